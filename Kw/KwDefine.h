@@ -1,0 +1,35 @@
+// KwDefine: the export macro, the UTF-16 character type and compiler attributes.
+//
+// Every other header of the library includes this one first.
+#pragma once
+
+#include <string>
+
+#if defined(_WIN32)
+#if defined(KW_BUILDING)
+#define KW_API [[gnu::dllexport]]
+#else
+#define KW_API [[gnu::dllimport]]
+#endif
+#else
+#define KW_API [[gnu::visibility("default")]]
+#endif
+
+// A UTF-16 unit, its string, and the literal of it: KW_W("text").
+#if defined(_WIN32)
+using KwWChar = wchar_t;
+#define KW_W(text) L##text
+#else
+using KwWChar = char16_t;
+#define KW_W(text) u##text
+#endif
+using KwWString = std::basic_string<KwWChar>;
+static_assert(sizeof(KwWChar) == 2, "a wide character of the library is one UTF-16 unit");
+
+// A printf-like function: the format is parameter `format`, the first variable argument is
+// parameter `first` (0 for a va_list). Both count from 1; `this` counts as one.
+#if defined(__MINGW32__)
+#define KW_PRINTF(format, first) __attribute__((format(gnu_printf, format, first)))
+#else
+#define KW_PRINTF(format, first) __attribute__((format(printf, format, first)))
+#endif

@@ -1,0 +1,23 @@
+// KwModuleChain: the chain of process-wide modules behind PostModuleEngine. Internal.
+#pragma once
+
+#include <atomic>
+#include <mutex>
+
+#include "Kw/KwModuleEngine.h"
+
+class KwModuleChain {
+public:
+    static KwModuleChain& Get();
+    void Post(KwModuleEngine* module);
+    bool Open();
+    // Both release rounds, newest module first; then the library counts as released.
+    void ReleaseAll();
+    bool IsOpen() const { return initialised_.load(std::memory_order_acquire); }
+
+private:
+    // Constant-initialised: the chain is used before and after the constructors of this library run.
+    std::mutex mutex_;
+    KwModuleEngine* newest_ = nullptr;
+    std::atomic<bool> initialised_{false};
+};

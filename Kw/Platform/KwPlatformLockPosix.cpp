@@ -1,0 +1,118 @@
+#include "Kw/Platform/KwPlatformLock.h"
+
+#include <linux/futex.h>
+#include <sched.h>
+#include <sys/single_threaded.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <new>
+
+namespace KwPlatform {
+
+namespace {
+
+// States of the lock word, after U. Drepper, "Futexes are tricky", mutex 3.
+constexpr std::uint32_t kFree = 0;
+constexpr std::uint32_t kHeld = 1;
+constexpr std::uint32_t kHeldWithSleepers = 2;
+
+// How often a waiter looks again before it sleeps: a held section of this library lasts tens of
+// nanoseconds, a sleep and its wake-up some microseconds.
+constexpr int kSpins = 100;
+
+// The address of a thread-local object is a cheaper name of the thread than its kernel id.
+[[gnu::tls_model("initial-exec")]] thread_local char g_self;
+
+void FutexWait(std::atomic<std::uint32_t>* word, std::uint32_t expected) {
+    syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(word), FUTEX_WAIT_PRIVATE, expected, nullptr, nullptr, 0);
+}
+
+void FutexWakeOne(std::atomic<std::uint32_t>* word) {
+    syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(word), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+}
+
+void CpuRelax() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#endif
+}
+
+}  // namespace
+
+struct Lock {
+    std::atomic<std::uint32_t> word{kFree};
+    std::uint32_t depth = 0;              // entries of the holder beyond the first
+    std::atomic<const void*> owner{nullptr};
+    std::atomic<std::uint32_t> sharers{1};
+};
+
+namespace {
+
+[[gnu::noinline]] void EnterContended(Lock* lock) {
+    for (int i = 0; i < kSpins; ++i) {
+        std::uint32_t seen = lock->word.load(std::memory_order_relaxed);
+        if (seen == kFree &&
+            lock->word.compare_exchange_weak(seen, kHeld, std::memory_order_acquire, std::memory_order_relaxed)) {
+            return;
+        }
+        // Somebody sleeps already: the lock is crowded and spinning only takes time from its holder.
+        if (seen == kHeldWithSleepers) break;
+        CpuRelax();
+    }
+    while (lock->word.exchange(kHeldWithSleepers, std::memory_order_acquire) != kFree) {
+        FutexWait(&lock->word, kHeldWithSleepers);
+    }
+}
+
+}  // namespace
+
+Lock* LockCreate() {
+    void* memory = std::malloc(sizeof(Lock));
+    return memory == nullptr ? nullptr : new (memory) Lock;
+}
+
+void LockAddSharer(Lock* lock) { lock->sharers.fetch_add(1, std::memory_order_relaxed); }
+
+void LockRelease(Lock* lock) {
+    if (lock->sharers.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    lock->~Lock();
+    std::free(lock);
+}
+
+void LockEnter(Lock* lock) {
+    // Only this thread can have written its own name there, so a relaxed read decides.
+    if (lock->owner.load(std::memory_order_relaxed) == &g_self) {
+        ++lock->depth;
+        return;
+    }
+    if (__libc_single_threaded != 0) {
+        // Nobody else runs: the same states without the bus-locked instruction.
+        lock->word.store(kHeld, std::memory_order_relaxed);
+    } else {
+        std::uint32_t expected = kFree;
+        if (!lock->word.compare_exchange_strong(expected, kHeld, std::memory_order_acquire,
+                                                std::memory_order_relaxed)) {
+            EnterContended(lock);
+        }
+    }
+    lock->owner.store(&g_self, std::memory_order_relaxed);
+}
+
+void LockLeave(Lock* lock) {
+    if (lock->depth != 0) {
+        --lock->depth;
+        return;
+    }
+    lock->owner.store(nullptr, std::memory_order_relaxed);
+    if (__libc_single_threaded != 0) {
+        lock->word.store(kFree, std::memory_order_relaxed);
+    } else if (lock->word.exchange(kFree, std::memory_order_release) == kHeldWithSleepers) {
+        FutexWakeOne(&lock->word);
+    }
+}
+
+}  // namespace KwPlatform

@@ -1,0 +1,19 @@
+# Headers, library, find_package(Kw) and Kw.pc.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS Kw EXPORT KwTargets
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/Kw DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+  FILES_MATCHING PATTERN "*.h" PATTERN "Platform" EXCLUDE)
+install(EXPORT KwTargets NAMESPACE Kw:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Kw)
+
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/KwConfig.cmake.in ${PROJECT_BINARY_DIR}/KwConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Kw)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/KwConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/KwConfig.cmake ${PROJECT_BINARY_DIR}/KwConfigVersion.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Kw)
+
+configure_file(${PROJECT_SOURCE_DIR}/cmake/Kw.pc.in ${PROJECT_BINARY_DIR}/Kw.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/Kw.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

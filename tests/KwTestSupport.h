@@ -1,0 +1,9 @@
+// What the test programs share.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// The allocator's error reports since the last call. A case that provokes one takes it; what is
+// left at its end fails it.
+std::vector<std::string> TakeMemoryReports();
