@@ -26,10 +26,10 @@ using KwWChar = char16_t;
 using KwWString = std::basic_string<KwWChar>;
 static_assert(sizeof(KwWChar) == 2, "a wide character of the library is one UTF-16 unit");
 
-// A printf-like function: the format is parameter `format`, the first variable argument is
+// A printf-like function: the format is parameter `at`, the first variable argument is
 // parameter `first` (0 for a va_list). Both count from 1; `this` counts as one.
 #if defined(__MINGW32__)
-#define KW_PRINTF(format, first) __attribute__((format(gnu_printf, format, first)))
+#define KW_PRINTF(at, first) __attribute__((format(gnu_printf, at, first)))
 #else
-#define KW_PRINTF(format, first) __attribute__((format(printf, format, first)))
+#define KW_PRINTF(at, first) __attribute__((format(printf, at, first)))
 #endif
