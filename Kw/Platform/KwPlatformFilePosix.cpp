@@ -1,0 +1,297 @@
+#include "Kw/Platform/KwPlatformFile.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "Kw/Platform/KwPlatformPathPosix.h"
+
+namespace KwPlatform {
+
+static_assert(sizeof(off_t) == 8, "files may be larger than 2 GiB");
+
+namespace {
+
+bool CopyWithSeparator(const char* path, char* out, std::size_t size, char from, char to) {
+    if (size == 0) return false;
+    out[0] = '\0';
+    if (path == nullptr) return false;
+    const std::size_t length = std::strlen(path);
+    if (length >= size) return false;
+    std::memcpy(out, path, length + 1);
+    for (char* p = out; (p = std::strchr(p, from)) != nullptr; ++p) *p = to;
+    return true;
+}
+
+// The lead of a UTF-8 sequence carries its length in its top bits, each byte behind it six bits.
+std::size_t PutUTF8(unsigned int code, char* out) {
+    std::size_t count = code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4;
+    if (count == 1) {
+        out[0] = static_cast<char>(code);
+        return 1;
+    }
+    for (std::size_t i = count - 1; i > 0; --i) {
+        out[i] = static_cast<char>(0x80 | (code & 0x3F));
+        code >>= 6;
+    }
+    out[0] = static_cast<char>((0xF00 >> count & 0xFF) | code);
+    return count;
+}
+
+bool Stat(const char* path, struct stat& info) {
+    const NativePath native(path);
+    return native && stat(native.Get(), &info) == 0;
+}
+
+}  // namespace
+
+bool PathToNative(const char* path, char* out, std::size_t size) {
+    return CopyWithSeparator(path, out, size, '\\', '/');
+}
+
+bool PathFromNative(const char* path, char* out, std::size_t size) {
+    return CopyWithSeparator(path, out, size, '/', '\\');
+}
+
+bool PathFromWide(const KwWChar* path, char* out, std::size_t size) {
+    if (size == 0) return false;
+    out[0] = '\0';
+    if (path == nullptr) return false;
+    std::size_t used = 0;
+    for (; *path != 0; ++path) {
+        unsigned int code = *path;
+        if (code >= 0xD800 && code < 0xE000) {
+            const unsigned int low = path[1];
+            if (code >= 0xDC00 || low < 0xDC00 || low >= 0xE000) break;
+            code = 0x10000 + ((code - 0xD800) << 10) + (low - 0xDC00);
+            ++path;
+        }
+        char bytes[4];
+        const std::size_t count = PutUTF8(code, bytes);
+        if (used + count >= size) break;
+        std::memcpy(out + used, bytes, count);
+        used += count;
+    }
+    if (*path != 0) used = 0;
+    out[used] = '\0';
+    return *path == 0;
+}
+
+bool PathIsRooted(const char* path) {
+    if (path == nullptr) return false;
+    if (path[0] == '/') return true;
+    if (path[0] != '\\') return false;
+    char first[256];
+    std::size_t length = 1;
+    while (path[length] != '\0' && path[length] != '\\' && path[length] != '/') ++length;
+    if (length == 1 || length >= sizeof(first)) return false;
+    std::memcpy(first, path, length);
+    first[length] = '\0';
+    return FolderExists(first);
+}
+
+std::FILE* FileOpen(const char* path, const char* mode, std::uint64_t& length) {
+    length = 0;
+    char modes[8];
+    const std::size_t count = mode == nullptr ? 0 : std::strlen(mode);
+    if (count == 0 || count + 2 > sizeof(modes)) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    std::memcpy(modes, mode, count);
+    modes[count] = 'e';  // closed in programs that are started from here
+    modes[count + 1] = '\0';
+
+    const NativePath native(path);
+    if (!native) return nullptr;
+    std::FILE* stream = std::fopen(native.Get(), modes);
+    if (stream == nullptr) return nullptr;
+    struct stat info;
+    if (fstat(fileno(stream), &info) != 0 || S_ISDIR(info.st_mode)) {
+        std::fclose(stream);
+        errno = EISDIR;
+        return nullptr;
+    }
+    if (S_ISREG(info.st_mode)) length = static_cast<std::uint64_t>(info.st_size);
+    return stream;
+}
+
+std::FILE* FileOpen(const char* path, const char* mode) {
+    std::uint64_t length;
+    return FileOpen(path, mode, length);
+}
+
+std::FILE* FileOpen(const KwWChar* path, const char* mode) {
+    char narrow[kPathSize];
+    if (!PathFromWide(path, narrow, sizeof(narrow))) {
+        errno = ENOENT;
+        return nullptr;
+    }
+    return FileOpen(narrow, mode);
+}
+
+bool FileSeek(std::FILE* stream, std::int64_t offset, int whence) {
+    return fseeko(stream, offset, whence) == 0;
+}
+
+std::int64_t FileTell(std::FILE* stream) {
+    return ftello(stream);
+}
+
+std::int64_t FileLength(std::FILE* stream) {
+    struct stat info;
+    if (fstat(fileno(stream), &info) != 0) return -1;
+    return S_ISREG(info.st_mode) ? info.st_size : 0;
+}
+
+std::size_t FileReadDirect(std::FILE* stream, void* out, std::size_t size) {
+    const int fd = fileno(stream);
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t count = read(fd, static_cast<char*>(out) + done, size - done);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) break;
+        done += static_cast<std::size_t>(count);
+    }
+    return done;
+}
+
+bool FileTruncate(std::FILE* stream, std::uint64_t length) {
+    return ftruncate(fileno(stream), static_cast<off_t>(length)) == 0;
+}
+
+bool FileSync(std::FILE* stream) {
+    return std::fflush(stream) == 0 && fdatasync(fileno(stream)) == 0;
+}
+
+bool FileExists(const char* path) {
+    struct stat info;
+    return Stat(path, info) && !S_ISDIR(info.st_mode);
+}
+
+bool FileReadable(const char* path) {
+    const NativePath native(path);
+    struct stat info;
+    return native && stat(native.Get(), &info) == 0 && !S_ISDIR(info.st_mode) && access(native.Get(), R_OK) == 0;
+}
+
+bool FolderExists(const char* path) {
+    struct stat info;
+    return Stat(path, info) && S_ISDIR(info.st_mode);
+}
+
+bool FileHasArchive(const char* path) {
+    struct stat info;
+    return Stat(path, info) && S_ISREG(info.st_mode);
+}
+
+bool FolderCreate(const char* path) {
+    const NativePath native(path);
+    return native && mkdir(native.Get(), 0777) == 0;
+}
+
+bool FolderRemove(const char* path) {
+    const NativePath native(path);
+    return native && rmdir(native.Get()) == 0;
+}
+
+bool FileRemove(const char* path) {
+    const NativePath native(path);
+    return native && unlink(native.Get()) == 0;
+}
+
+bool FileRename(const char* from, const char* to, bool replace) {
+    const NativePath source(from);
+    const NativePath target(to);
+    if (!source || !target) return false;
+    if (replace) {
+        if (rename(source.Get(), target.Get()) == 0) return true;
+    } else {
+        if (renameat2(AT_FDCWD, source.Get(), AT_FDCWD, target.Get(), RENAME_NOREPLACE) == 0) return true;
+        if (errno == EINVAL || errno == ENOSYS) {
+            // A file system without the flag. A file gets its second name only if that is free.
+            struct stat info;
+            if (link(source.Get(), target.Get()) == 0) return unlink(source.Get()) == 0;
+            if (errno == EEXIST || lstat(target.Get(), &info) == 0) return false;
+            return rename(source.Get(), target.Get()) == 0;
+        }
+    }
+    if (errno != EXDEV) return false;
+    struct stat info;
+    if (!replace && lstat(target.Get(), &info) == 0) return false;
+    if (lstat(source.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
+    return FileCopy(from, to) && unlink(source.Get()) == 0;
+}
+
+bool FolderList(const char* path, bool (*each)(void* context, const char* name, bool isFolder), void* context) {
+    const NativePath native(path);
+    DIR* folder = native ? opendir(native.Get()) : nullptr;
+    if (folder == nullptr) return false;
+    bool ok = true;
+    for (errno = 0; ok; errno = 0) {
+        const dirent* entry = readdir(folder);
+        if (entry == nullptr) {
+            ok = errno == 0;
+            break;
+        }
+        const char* name = entry->d_name;
+        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) continue;
+        bool isFolder = entry->d_type == DT_DIR;
+        if (entry->d_type == DT_UNKNOWN) {
+            struct stat info;
+            isFolder = fstatat(dirfd(folder), name, &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(info.st_mode);
+        }
+        ok = each(context, name, isFolder);
+    }
+    closedir(folder);
+    return ok;
+}
+
+bool CurrentFolder(char* out, std::size_t size) {
+    char native[kPathSize];
+    if (size > 0) out[0] = '\0';
+    return getcwd(native, sizeof(native)) != nullptr && PathFromNative(native, out, size);
+}
+
+struct FileLock {
+    int fd;
+};
+
+FileLock* FileLockAcquire(const char* path) {
+    const NativePath native(path);
+    if (!native) return nullptr;
+    for (;;) {
+        const int fd = open(native.Get(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+        if (fd < 0) return nullptr;
+        if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
+            struct stat held;
+            struct stat named;
+            if (fstat(fd, &held) != 0 || stat(native.Get(), &named) != 0 || held.st_ino != named.st_ino ||
+                held.st_dev != named.st_dev) {
+                // Somebody removed the file before we had the lock: the next comer would make a new one.
+                close(fd);
+                continue;
+            }
+            void* memory = ftruncate(fd, 0) == 0 ? std::malloc(sizeof(FileLock)) : nullptr;
+            if (memory != nullptr) return new (memory) FileLock{fd};
+        }
+        close(fd);
+        return nullptr;
+    }
+}
+
+void FileLockRelease(FileLock* lock) {
+    if (lock == nullptr) return;
+    close(lock->fd);
+    std::free(lock);
+}
+
+}  // namespace KwPlatform
