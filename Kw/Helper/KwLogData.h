@@ -1,0 +1,108 @@
+// CLogData: the process-wide log state behind KwLogSystem. Internal.
+//
+// Made at the first use of any operation; the library's release closes its file and ends it, and the next
+// use makes a fresh one. Nothing here uses the tracked allocator: its error reporter may push lines while
+// it holds the allocator's lock.
+#pragma once
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+
+#include "Kw/Helper/KwLogSystem.h"
+#include "Kw/KwLock.h"
+#include "Kw/KwTime.h"
+
+// One formatted line, made outside the lock. Room is kept in front of the text for the time prefix and
+// the name, and behind it for the line end, so that a line goes out in one piece.
+class KwLogLine {
+public:
+    // `args` is used up; null `args` are not allowed here, see SetText.
+    void Format(const char* format, va_list args, const char* name) KW_PRINTF(2, 0);
+    // A line of ready text.
+    void SetText(const char* text, const char* name);
+    KwLogLine() = default;
+    KwLogLine(const KwLogLine&) = delete;
+    KwLogLine& operator=(const KwLogLine&) = delete;
+    ~KwLogLine();
+
+    // The line from its prefix to its end, valid until the next call. `prefix` may be empty.
+    struct Piece {
+        const char* data;
+        std::size_t size;
+    };
+    Piece Whole(const char* prefix, std::size_t prefixSize, bool withName);
+    Piece Text() const { return {text_, textSize_}; }
+
+private:
+    static constexpr std::size_t kPrefixRoom = 64;
+    static constexpr std::size_t kTextRoom = 1024;
+
+    // Makes room for `textSize` characters; what does not fit into memory is cut.
+    void Reserve(std::size_t textSize, const char* name);
+
+    const char* name_ = nullptr;  // null when there is none
+    std::size_t nameSize_ = 0;
+    char* heap_ = nullptr;  // in place of stack_ for long lines
+    char* text_ = stack_ + kPrefixRoom;
+    std::size_t room_ = kTextRoom;  // characters from text_ on, the line end not counted
+    std::size_t textSize_ = 0;
+    char stack_[kPrefixRoom + kTextRoom + 1];
+};
+
+class CLogData {
+public:
+    // The state, made when there is none.
+    static CLogData& Get();
+
+    CLogData() = default;
+    ~CLogData();
+
+    void SetConsole(bool withTime);
+    void SetFile(const char* path, bool withTime);
+    void SetCallback(KwLogSystem::Callback callback, bool withTime);
+    void Flush();
+
+    // Hands one line out, as the mode at that moment wants it. `args` may be null (ready text).
+    void Push(const char* format, va_list args, const char* name) KW_PRINTF(2, 0);
+    // Milliseconds since the last call, 0 in the first.
+    unsigned int MeasureProcessTime();
+
+    // The lock under which lines go out; WriteLogV keeps two outputs in step with it.
+    KwLock& GetLock() { return lock_; }
+    // The caller holds the lock: hands a line to file or console, or format and `args` to the callback.
+    void Write(KwLogLine& line);
+
+private:
+    void WriteFile(KwLogLine& line);
+    void WriteConsole(KwLogLine& line);
+    void CallHost(const char* format, va_list args);
+    void CountLine();
+    bool OpenFile();
+    bool CloseFile();
+    void ReopenFile();
+    void ReportFile(const char* path);
+    bool TakeTime();
+
+    KwLock lock_;
+    std::FILE* file_ = nullptr;
+    char path_[256] = {};
+    bool withTime_ = false;
+    std::atomic<KwLogSystem::Callback> callback_{nullptr};
+    STime time_ = {};
+    int lines_ = 0;   // since the last reopen
+    int counts_ = 0;  // the "second count": grows by two a line
+    unsigned int reopenTick_ = 0;
+    int lineLimit_ = 100;
+    int countLimit_ = 100;
+    unsigned int tickLimit_ = 60000;  // ms
+
+    bool inCallback_ = false;
+    bool reported_ = false;  // that the file cannot be written, once until it can again
+    bool measured_ = false;
+    unsigned int measureTick_ = 0;
+    std::uint64_t timeSecond_ = 0;  // the second that time_ and prefix_ show, 0 for none
+    std::size_t prefixSize_ = 0;
+    char prefix_[64] = {};
+    char buffer_[1 << 16];  // of file_, kept over reopening
+};
