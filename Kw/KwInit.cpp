@@ -9,9 +9,15 @@ bool Kw_Init() {
     return KwMemoryState_Create();
 }
 
-void Kw_Release() { KwModuleChain::Get().ReleaseAll(); }
+void Kw_Release() {
+    KwModuleChain::Get().ReleaseAll();
+}
 
 namespace {
-[[gnu::constructor(101)]] void OnLoad() { Kw_Init(); }
-[[gnu::destructor(101)]] void OnUnload() { Kw_Release(); }
+[[gnu::constructor(101)]] void OnLoad() {
+    Kw_Init();
+}
+[[gnu::destructor(101)]] void OnUnload() {
+    Kw_Release();
+}
 }  // namespace

@@ -73,10 +73,14 @@ public:
 
 // Makes `new` and `delete` of a class use the tracked allocator, without file and line. `new` gives
 // null when memory is out. Stands in the public section of each root class.
-#define KW_TRACKED_NEW                                                                        \
-    static void* operator new(std::size_t size) noexcept {                                    \
-        return KwMemory::Malloc(static_cast<unsigned int>(size), nullptr, 0);                 \
-    }                                                                                         \
-    static void* operator new(std::size_t, void* place) noexcept { return place; }            \
-    static void operator delete(void* ptr) noexcept { KwMemory::Free(ptr, nullptr, 0); }      \
+#define KW_TRACKED_NEW                                                        \
+    static void* operator new(std::size_t size) noexcept {                    \
+        return KwMemory::Malloc(static_cast<unsigned int>(size), nullptr, 0); \
+    }                                                                         \
+    static void* operator new(std::size_t, void* place) noexcept {            \
+        return place;                                                         \
+    }                                                                         \
+    static void operator delete(void* ptr) noexcept {                         \
+        KwMemory::Free(ptr, nullptr, 0);                                      \
+    }                                                                         \
     static void operator delete(void*, void*) noexcept {}

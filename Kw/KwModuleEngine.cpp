@@ -3,10 +3,12 @@
 #include "Kw/KwModuleChain.h"
 
 namespace {
-KwModuleChain g_chain;
+constinit KwModuleChain g_chain;
 }  // namespace
 
-KwModuleChain& KwModuleChain::Get() { return g_chain; }
+KwModuleChain& KwModuleChain::Get() {
+    return g_chain;
+}
 
 void KwModuleChain::Post(KwModuleEngine* module) {
     if (module == nullptr) return;
@@ -34,5 +36,9 @@ void KwModuleChain::ReleaseAll() {
 KwModuleEngine::~KwModuleEngine() = default;
 void KwModuleEngine::BeginRelease() {}
 
-void PostModuleEngine(KwModuleEngine* module) { g_chain.Post(module); }
-bool Kw_IsInitialised() { return g_chain.IsOpen(); }
+void PostModuleEngine(KwModuleEngine* module) {
+    g_chain.Post(module);
+}
+bool Kw_IsInitialised() {
+    return g_chain.IsOpen();
+}

@@ -45,7 +45,7 @@ void CpuRelax() {
 
 struct Lock {
     std::atomic<std::uint32_t> word{kFree};
-    std::uint32_t depth = 0;              // entries of the holder beyond the first
+    std::uint32_t depth = 0;  // entries of the holder beyond the first
     std::atomic<const void*> owner{nullptr};
     std::atomic<std::uint32_t> sharers{1};
 };
@@ -75,7 +75,9 @@ Lock* LockCreate() {
     return memory == nullptr ? nullptr : new (memory) Lock;
 }
 
-void LockAddSharer(Lock* lock) { lock->sharers.fetch_add(1, std::memory_order_relaxed); }
+void LockAddSharer(Lock* lock) {
+    lock->sharers.fetch_add(1, std::memory_order_relaxed);
+}
 
 void LockRelease(Lock* lock) {
     if (lock->sharers.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
