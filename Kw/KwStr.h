@@ -130,11 +130,11 @@ public:
     static int FilerParam(const char* text, int len, char separator, std::list<std::string>& out);
     static int FilerParam(const KwWChar* text, int len, KwWChar separator, std::list<KwWString>& out);
 
-    // Splits the member path of a name and appends its parts to `out`: "server.ports[2]" at '.' gives
-    // "server", "ports" and, with `index`, "2" (without it the second part is "ports[2]"). With `maxParts`
-    // above 0 the last part allowed keeps the rest of the path unsplit. Returns the number of parts; 0, with
-    // `out` unchanged, for a path with an empty part, an index that is not closed or empty, or text behind
-    // an index.
+    // Splits the member path of a name and appends its parts to `out`; returns their number. "server.ports[2]"
+    // at '.' gives "server", "ports" and "2"; without `index` brackets mean nothing and the second part is
+    // "ports[2]". With `maxParts` above 0 the last part allowed keeps the rest of the path unsplit.
+    // 0, with `out` unchanged, for a path with an empty part or index, a `[` without `]` or the reverse, and a
+    // name directly behind an index.
     static int FilerNameMember(const std::string& name, int maxParts, bool index, char separator,
                                std::list<std::string>& out);
 
