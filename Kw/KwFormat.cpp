@@ -1,0 +1,479 @@
+#include "Kw/KwFormat.h"
+
+#include <climits>
+#include <cstdint>
+#include <type_traits>
+
+#include "Kw/KwFormatNumber.h"
+#include "Kw/KwFormatSink.h"
+#include "Kw/KwUtf.h"
+#include "Kw/KwUtfCode.h"
+
+namespace {
+
+// A list that helpers can share: a va_list parameter is an array on some platforms and a copy on others.
+struct Arguments {
+    explicit Arguments(va_list args) { va_copy(list, args); }
+    ~Arguments() { va_end(list); }
+    Arguments(const Arguments&) = delete;
+    Arguments& operator=(const Arguments&) = delete;
+    va_list list;
+};
+
+std::int64_t TakeSigned(Arguments& args, KwFormatSize size) {
+    switch (size) {
+        case KwFormatSize::Char: return static_cast<signed char>(va_arg(args.list, int));
+        case KwFormatSize::Short: return static_cast<short>(va_arg(args.list, int));
+        // The one place that knows the platform's long: callers pass one for %ld.
+        case KwFormatSize::Long: return va_arg(args.list, long);
+        case KwFormatSize::LongLong:
+        case KwFormatSize::LongDouble: return va_arg(args.list, long long);
+        case KwFormatSize::Max: return va_arg(args.list, std::intmax_t);
+        case KwFormatSize::Size:
+        case KwFormatSize::Diff: return va_arg(args.list, std::ptrdiff_t);
+        default: return va_arg(args.list, int);
+    }
+}
+
+std::uint64_t TakeUnsigned(Arguments& args, KwFormatSize size) {
+    switch (size) {
+        case KwFormatSize::Char: return static_cast<unsigned char>(va_arg(args.list, int));
+        case KwFormatSize::Short: return static_cast<unsigned short>(va_arg(args.list, int));
+        case KwFormatSize::Long: return va_arg(args.list, unsigned long);
+        case KwFormatSize::LongLong:
+        case KwFormatSize::LongDouble: return va_arg(args.list, unsigned long long);
+        case KwFormatSize::Max: return va_arg(args.list, std::uintmax_t);
+        case KwFormatSize::Size:
+        case KwFormatSize::Diff: return va_arg(args.list, std::size_t);
+        default: return va_arg(args.list, unsigned int);
+    }
+}
+
+// Reads a number or '*'. False for one beyond int. `negative` tells of a negative '*'.
+template <class C>
+bool ReadCount(const C*& at, Arguments& args, int& count, bool& negative) {
+    negative = false;
+    if (*at == '*') {
+        ++at;
+        const int value = va_arg(args.list, int);
+        if (value == INT_MIN) return false;
+        negative = value < 0;
+        count = negative ? -value : value;
+        return true;
+    }
+    count = 0;
+    for (; *at >= '0' && *at <= '9'; ++at) {
+        const int digit = static_cast<int>(*at - '0');
+        if (count > (INT_MAX - digit) / 10) return false;
+        count = count * 10 + digit;
+    }
+    return true;
+}
+
+template <class C>
+KwFormatSize ReadSize(const C*& at) {
+    switch (*at) {
+        case 'h':
+            if (at[1] != 'h') return ++at, KwFormatSize::Short;
+            return at += 2, KwFormatSize::Char;
+        case 'l':
+            if (at[1] != 'l') return ++at, KwFormatSize::Long;
+            return at += 2, KwFormatSize::LongLong;
+        case 'I':
+            if (at[1] == '6' && at[2] == '4') return at += 3, KwFormatSize::LongLong;
+            if (at[1] == '3' && at[2] == '2') return at += 3, KwFormatSize::Fix32;
+            return ++at, KwFormatSize::Size;
+        case 'j': return ++at, KwFormatSize::Max;
+        case 'z': return ++at, KwFormatSize::Size;
+        case 't': return ++at, KwFormatSize::Diff;
+        case 'L': return ++at, KwFormatSize::LongDouble;
+        case 'w': return ++at, KwFormatSize::Wide;
+        default: return KwFormatSize::None;
+    }
+}
+
+// Everything between '%' and the conversion letter.
+template <class C>
+bool ReadSpec(const C*& at, Arguments& args, KwFormatSpec& spec) {
+    for (;; ++at) {
+        if (*at == '-') {
+            spec.left = true;
+        } else if (*at == '0') {
+            spec.zero = true;
+        } else if (*at == '+') {
+            spec.plus = true;
+        } else if (*at == ' ') {
+            spec.space = true;
+        } else if (*at == '#') {
+            spec.alternate = true;
+        } else {
+            break;
+        }
+    }
+    bool negative = false;
+    if (!ReadCount(at, args, spec.width, negative)) return false;
+    spec.left |= negative;
+    if (*at == '.') {
+        ++at;
+        if (!ReadCount(at, args, spec.precision, negative)) return false;
+        if (negative) spec.precision = -1;
+    }
+    spec.size = ReadSize(at);
+    return true;
+}
+
+// Formats one text into a sink of characters of type C.
+template <class C>
+class Formatter {
+public:
+    using Other = std::conditional_t<sizeof(C) == 1, KwWChar, char>;
+
+    Formatter(KwFormatSink<C>& sink, va_list args) : sink_(sink), args_(args) {}
+
+    // False for an erroneous format.
+    bool Run(const C* format) {
+        while (true) {
+            const C* const start = format;
+            while (*format != '%' && *format != 0) ++format;
+            if (format != start) sink_.Put(start, static_cast<std::size_t>(format - start));
+            if (*format == 0) return true;
+            ++format;
+            KwFormatSpec spec;
+            // A conversion letter right behind the '%' is by far the most common form.
+            if (*format < 'A' || *format == 'I' || *format == 'L' || *format >= 'h') {
+                if (PutPlain(*format)) {
+                    ++format;
+                    continue;
+                }
+                if (!ReadSpec(format, args_, spec)) return false;
+            }
+            if (!Convert(*format, spec)) return false;
+            ++format;
+        }
+    }
+
+private:
+    // The conversions that need no spec, as short as they can be.
+    bool PutPlain(C conversion) {
+        switch (conversion) {
+            case 's': PutOwn(va_arg(args_.list, const C*)); return true;
+            case 'd':
+            case 'i': {
+                const std::int64_t value = va_arg(args_.list, int);
+                PutInteger(static_cast<std::uint64_t>(value < 0 ? -value : value), value < 0);
+                return true;
+            }
+            case 'u': PutInteger(va_arg(args_.list, unsigned int), false); return true;
+            case '%': sink_.Put(conversion); return true;
+            default: return false;
+        }
+    }
+
+    bool Convert(C conversion, const KwFormatSpec& spec) {
+        switch (conversion) {
+            case 'd':
+            case 'i': {
+                const std::int64_t value = TakeSigned(args_, spec.size);
+                const std::uint64_t bits = static_cast<std::uint64_t>(value);
+                PutInteger(spec, 'd', value < 0 ? 0 - bits : bits, value < 0);
+                return spec.size != KwFormatSize::Wide;
+            }
+            case 'u':
+            case 'o':
+            case 'x':
+            case 'X':
+                PutInteger(spec, static_cast<char>(conversion), TakeUnsigned(args_, spec.size), false);
+                return spec.size != KwFormatSize::Wide;
+            case 'f':
+            case 'F':
+            case 'e':
+            case 'E':
+            case 'g':
+            case 'G':
+            case 'a':
+            case 'A':
+                if (spec.size == KwFormatSize::LongDouble) {
+                    PutLongDouble(spec, static_cast<char>(conversion));
+                } else {
+                    PutDouble(spec, static_cast<char>(conversion));
+                }
+                return true;
+            case 's':
+            case 'S': return PutText(spec, conversion == 'S');
+            case 'c':
+            case 'C': return PutCharacter(spec, conversion == 'C');
+            case 'p': PutPointer(spec); return true;
+            case '%': sink_.Put(conversion); return true;
+            default: return false;
+        }
+    }
+
+    void PutInteger(std::uint64_t magnitude, bool negative) {
+        char room[KwFormatNumber::kIntegerRoom];
+        char* const end = room + sizeof(room);
+        char* start = KwFormatNumber::PutDecimal(end, magnitude);
+        if (negative) *--start = '-';
+        sink_.PutAscii(start, static_cast<std::size_t>(end - start));
+    }
+
+    void PutInteger(const KwFormatSpec& spec, char conversion, std::uint64_t magnitude, bool negative) {
+        char room[KwFormatNumber::kIntegerRoom];
+        KwFormatPieces pieces;
+        KwFormatNumber::MakeInteger(pieces, spec, conversion, magnitude, negative, room);
+        PutPieces(spec, pieces);
+    }
+
+    void PutPointer(KwFormatSpec spec) {
+        char room[KwFormatNumber::kIntegerRoom];
+        KwFormatPieces pieces;
+        spec.precision = -1;
+        spec.size = KwFormatSize::None;
+        pieces.AddPrefix('0');
+        pieces.AddPrefix('x');
+        spec.alternate = false;
+        KwFormatNumber::MakeInteger(pieces, spec, 'x', reinterpret_cast<std::uintptr_t>(va_arg(args_.list, void*)),
+                                    false, room);
+        PutPieces(spec, pieces);
+    }
+
+    void PutDouble(const KwFormatSpec& spec, char conversion) {
+        const double value = va_arg(args_.list, double);
+        char room[KwFormatNumber::kDoubleRoom];
+        KwFormatPieces pieces;
+        KwFormatNumber::MakeFloat(pieces, spec, conversion, value, room);
+        PutPieces(spec, pieces);
+    }
+
+    [[gnu::noinline]] void PutLongDouble(const KwFormatSpec& spec, char conversion) {
+        char room[KwFormatNumber::kLongDoubleRoom];
+        KwFormatPieces pieces;
+        KwFormatNumber::MakeFloat(pieces, spec, conversion, va_arg(args_.list, long double), room);
+        PutPieces(spec, pieces);
+    }
+
+    void PutPieces(const KwFormatSpec& spec, const KwFormatPieces& pieces) {
+        const std::uint64_t length =
+            pieces.prefixLength + pieces.leadZeros + pieces.bodyLength + pieces.midZeros + pieces.tailLength;
+        const std::uint64_t width = static_cast<std::uint64_t>(spec.width);
+        const std::uint64_t pad = width > length ? width - length : 0;
+        const bool zeros = pieces.zeroPad && !spec.left;
+        if (pad != 0 && !zeros && !spec.left) sink_.Fill(' ', pad);
+        sink_.PutAscii(pieces.prefix, pieces.prefixLength);
+        sink_.Fill('0', pieces.leadZeros + (zeros ? pad : 0));
+        sink_.PutAscii(pieces.body, pieces.bodyLength);
+        sink_.Fill('0', pieces.midZeros);
+        sink_.PutAscii(pieces.tail, pieces.tailLength);
+        if (spec.left) sink_.Fill(' ', pad);
+    }
+
+    // Puts what `put` puts, `length` characters, with blanks on the side that the spec tells.
+    template <class Body>
+    void PutPadded(const KwFormatSpec& spec, std::uint64_t length, Body put) {
+        const std::uint64_t width = static_cast<std::uint64_t>(spec.width);
+        const std::uint64_t pad = width > length ? width - length : 0;
+        if (!spec.left) sink_.Fill(' ', pad);
+        put();
+        if (spec.left) sink_.Fill(' ', pad);
+    }
+
+    // Whether a %s, %S, %c or %C takes text of the other width; false for a size that means nothing there.
+    bool ReadWidth(KwFormatSize size, bool swapped, bool& other) {
+        constexpr bool kNarrow = sizeof(C) == 1;
+        switch (size) {
+            case KwFormatSize::None: other = swapped; return true;
+            case KwFormatSize::Short: other = !kNarrow; return true;
+            case KwFormatSize::Long:
+            case KwFormatSize::Wide: other = kNarrow; return true;
+            default: return false;
+        }
+    }
+
+    bool PutText(const KwFormatSpec& spec, bool swapped) {
+        bool other = false;
+        if (!ReadWidth(spec.size, swapped, other)) return false;
+        const void* const text = va_arg(args_.list, const void*);
+        if (text != nullptr && other) {
+            PutOther(spec, static_cast<const unsigned char*>(text));
+            return true;
+        }
+        static constexpr C kNull[] = {'(', 'n', 'u', 'l', 'l', ')', 0};
+        const C* const own = text != nullptr ? static_cast<const C*>(text) : kNull;
+        std::size_t length = 0;
+        if (spec.precision < 0) {
+            length = Length(own);
+        } else {
+            // Without a terminator the text ends with the precision.
+            while (length < static_cast<std::size_t>(spec.precision) && own[length] != 0) ++length;
+        }
+        PutPadded(spec, length, [&] { sink_.Put(own, length); });
+        return true;
+    }
+
+    void PutOwn(const C* text) {
+        if (text == nullptr) return sink_.PutAscii("(null)", 6);
+        sink_.Put(text, Length(text));
+    }
+
+    static std::size_t Length(const C* text) { return std::char_traits<C>::length(text); }
+
+    // One character of terminated text of the other width, encoded for this one; 0 units at the end.
+    static unsigned int Cross(const unsigned char*& text, C (&units)[4]) {
+        unsigned int length = 0;
+        unsigned char* const out = reinterpret_cast<unsigned char*>(units);
+        if constexpr (sizeof(C) == 1) {
+            if (KwUtfCode::Load16(text) == 0) return 0;
+            const char32_t code = KwUtfCode::DecodeUtf16(text, 2, length);
+            text += 2 * length;
+            return KwUtfCode::EncodeUtf8(out, code);
+        } else {
+            if (*text == 0) return 0;
+            const char32_t code = KwUtfCode::DecodeUtf8(text, 4, length);
+            text += length;
+            return KwUtfCode::EncodeUtf16(out, code);
+        }
+    }
+
+    // Hands the characters that the precision allows to `take`.
+    template <class Take>
+    static void EachCrossed(const KwFormatSpec& spec, const unsigned char* text, Take take) {
+        C units[4];
+        std::uint64_t left = spec.precision < 0 ? UINT64_MAX : static_cast<std::uint64_t>(spec.precision);
+        while (left != 0) {
+            const unsigned int size = Cross(text, units);
+            if (size == 0 || size > left) return;
+            take(units, size);
+            left -= size;
+        }
+    }
+
+    void PutOther(const KwFormatSpec& spec, const unsigned char* text) {
+        std::uint64_t length = 0;
+        if (spec.width != 0) {
+            EachCrossed(spec, text, [&](const C*, unsigned int size) { length += size; });
+        }
+        PutPadded(spec, length,
+                  [&] { EachCrossed(spec, text, [&](const C* units, unsigned int size) { sink_.Put(units, size); }); });
+    }
+
+    bool PutCharacter(const KwFormatSpec& spec, bool swapped) {
+        bool other = false;
+        if (!ReadWidth(spec.size, swapped, other)) return false;
+        const int value = va_arg(args_.list, int);
+        C units[4] = {static_cast<C>(value)};
+        unsigned int size = 1;
+        if (other) {
+            const Other unit = static_cast<Other>(value);
+            unsigned char bytes[2 * sizeof(Other)];
+            std::memcpy(bytes, &unit, sizeof(unit));
+            unsigned char* const out = reinterpret_cast<unsigned char*>(units);
+            unsigned int length = 0;
+            if constexpr (sizeof(C) == 1) {
+                size = KwUtfCode::EncodeUtf8(out, KwUtfCode::DecodeUtf16(bytes, 1, length));
+            } else {
+                size = KwUtfCode::EncodeUtf16(out, KwUtfCode::DecodeUtf8(bytes, 1, length));
+            }
+        }
+        PutPadded(spec, size, [&] { sink_.Put(units, size); });
+        return true;
+    }
+
+    KwFormatSink<C>& sink_;
+    Arguments args_;
+};
+
+template <class C>
+int PrintTo(KwFormatSink<C>& sink, const C* format, va_list args) {
+    if (format == nullptr || !Formatter<C>(sink, args).Run(format)) return -1;
+    return sink.Count() <= INT_MAX ? static_cast<int>(sink.Count()) : -1;
+}
+
+template <class C>
+bool AppendTo(std::basic_string<C>& out, const C* format, va_list args) {
+    const std::size_t before = out.size();
+    const auto take = [](void* context, const C* text, std::size_t count) {
+        static_cast<std::basic_string<C>*>(context)->append(text, count);
+        return count;
+    };
+    C buffer[512];
+    KwFormatSink<C> sink(buffer, 512, take, &out);
+    const bool done = PrintTo(sink, format, args) >= 0;
+    if (done) {
+        out.append(buffer, sink.Held());
+    } else {
+        out.resize(before);
+    }
+    return done;
+}
+
+// A stream and what went into it.
+struct FileTarget {
+    std::FILE* file;
+    std::uint64_t bytes = 0;
+    bool failed = false;
+
+    void Write(const char* text, std::size_t count) {
+        if (!failed && std::fwrite(text, 1, count, file) != count) failed = true;
+        bytes += count;
+    }
+    int Result(bool done) const { return done && !failed && bytes <= INT_MAX ? static_cast<int>(bytes) : -1; }
+};
+
+constexpr std::size_t kFileBuffer = 1024;
+
+std::size_t WriteNarrow(void* context, const char* text, std::size_t count) {
+    static_cast<FileTarget*>(context)->Write(text, count);
+    return count;
+}
+
+std::size_t WriteUtf8(void* context, const KwWChar* text, std::size_t count) {
+    char bytes[3 * kFileBuffer];
+    const KwUtf::Result result = KwUtf::Utf16ToUtf8(bytes, sizeof(bytes), text, count);
+    static_cast<FileTarget*>(context)->Write(bytes, result.written);
+    return count;
+}
+
+// As long as text follows, a high surrogate at the end waits for its other half.
+std::size_t WriteUtf8Part(void* context, const KwWChar* text, std::size_t count) {
+    if (count > 1 && KwUtfCode::IsHigh(text[count - 1])) --count;
+    return WriteUtf8(context, text, count);
+}
+
+}  // namespace
+
+int KwFormat::Print(char* dst, unsigned int size, const char* format, va_list args) {
+    KwFormatSink<char> sink(dst, size);
+    return PrintTo(sink, format, args);
+}
+
+int KwFormat::Print(KwWChar* dst, unsigned int size, const KwWChar* format, va_list args) {
+    KwFormatSink<KwWChar> sink(dst, size);
+    return PrintTo(sink, format, args);
+}
+
+bool KwFormat::Append(std::string& out, const char* format, va_list args) {
+    return AppendTo(out, format, args);
+}
+
+bool KwFormat::Append(KwWString& out, const KwWChar* format, va_list args) {
+    return AppendTo(out, format, args);
+}
+
+int KwFormat::PrintFile(std::FILE* file, const char* format, va_list args) {
+    if (file == nullptr) return -1;
+    FileTarget target{file};
+    char buffer[kFileBuffer];
+    KwFormatSink<char> sink(buffer, kFileBuffer, WriteNarrow, &target);
+    const bool done = PrintTo(sink, format, args) >= 0;
+    if (done) WriteNarrow(&target, buffer, sink.Held());
+    return target.Result(done);
+}
+
+int KwFormat::PrintFile(std::FILE* file, const KwWChar* format, va_list args) {
+    if (file == nullptr) return -1;
+    FileTarget target{file};
+    KwWChar buffer[kFileBuffer];
+    KwFormatSink<KwWChar> sink(buffer, kFileBuffer, WriteUtf8Part, &target);
+    const bool done = PrintTo(sink, format, args) >= 0;
+    if (done) WriteUtf8(&target, buffer, sink.Held());
+    return target.Result(done);
+}

@@ -1,0 +1,50 @@
+#include "Kw/KwFormatNumber.h"
+
+namespace KwFormatNumber {
+
+const char kPairs[201] =
+    "000102030405060708091011121314151617181920212223242526272829303132333435363738394041424344454647484950515253545556"
+    "57"
+    "5859606162636465666768697071727374757677787980818283848586878889909192939495969798"
+    "99";
+
+void MakeInteger(KwFormatPieces& pieces, const KwFormatSpec& spec, char conversion, std::uint64_t magnitude,
+                 bool negative, char* room) {
+    char* const end = room + kIntegerRoom;
+    char* start = end;
+    const bool hex = conversion == 'x' || conversion == 'X';
+    if (conversion == 'd') {
+        if (negative) {
+            pieces.AddPrefix('-');
+        } else if (spec.plus) {
+            pieces.AddPrefix('+');
+        } else if (spec.space) {
+            pieces.AddPrefix(' ');
+        }
+    } else if (hex && spec.alternate && magnitude != 0) {
+        pieces.AddPrefix('0');
+        pieces.AddPrefix(conversion);
+    }
+    if (magnitude == 0) {
+        if (spec.precision != 0) *--start = '0';
+    } else if (hex) {
+        const char* digits = conversion == 'x' ? "0123456789abcdef" : "0123456789ABCDEF";
+        for (; magnitude != 0; magnitude >>= 4) *--start = digits[magnitude & 15];
+    } else if (conversion == 'o') {
+        for (; magnitude != 0; magnitude >>= 3) *--start = static_cast<char>('0' + (magnitude & 7));
+    } else {
+        start = PutDecimal(end, magnitude);
+    }
+    pieces.body = start;
+    pieces.bodyLength = static_cast<std::size_t>(end - start);
+    if (spec.precision > 0 && static_cast<std::size_t>(spec.precision) > pieces.bodyLength) {
+        pieces.leadZeros = static_cast<std::size_t>(spec.precision) - pieces.bodyLength;
+    }
+    // The alternate octal form raises the precision until the first digit is a zero.
+    if (conversion == 'o' && spec.alternate && pieces.leadZeros == 0 && (start == end || *start != '0')) {
+        pieces.leadZeros = 1;
+    }
+    pieces.zeroPad = spec.zero && spec.precision < 0;
+}
+
+}  // namespace KwFormatNumber
