@@ -441,12 +441,14 @@ std::size_t WriteUtf8Part(void* context, const KwWChar* text, std::size_t count)
 }  // namespace
 
 int KwFormat::Print(char* dst, unsigned int size, const char* format, va_list args) {
-    KwFormatSink<char> sink(dst, size);
+    char none;
+    KwFormatSink<char> sink(dst != nullptr ? dst : &none, dst != nullptr ? size : 0);
     return PrintTo(sink, format, args);
 }
 
 int KwFormat::Print(KwWChar* dst, unsigned int size, const KwWChar* format, va_list args) {
-    KwFormatSink<KwWChar> sink(dst, size);
+    KwWChar none;
+    KwFormatSink<KwWChar> sink(dst != nullptr ? dst : &none, dst != nullptr ? size : 0);
     return PrintTo(sink, format, args);
 }
 

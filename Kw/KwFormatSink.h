@@ -16,7 +16,7 @@ public:
     using Drain = std::size_t (*)(void* context, const C* text, std::size_t count);
 
     KwFormatSink(C* buffer, std::size_t size, Drain drain = nullptr, void* context = nullptr)
-        : at_(buffer), end_(size == 0 ? buffer : buffer + size), begin_(buffer), drain_(drain), context_(context) {}
+        : at_(buffer), end_(buffer + size), begin_(buffer), drain_(drain), context_(context) {}
 
     // Characters put so far, written or not.
     std::uint64_t Count() const { return passed_ + static_cast<std::uint64_t>(at_ - begin_); }
