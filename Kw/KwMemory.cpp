@@ -42,11 +42,10 @@ void Unpoison([[maybe_unused]] void* data, [[maybe_unused]] std::size_t size) {
 }
 
 struct Pool {
-    SKwList free;
+    SKwList free;                // its count is the number of free blocks held
     unsigned int blockSize = 0;  // with the overhead
     int keep = 0;                // free blocks kept at most
-    int freeCount = 0;
-    int index = 0;  // from 1
+    int index = 0;               // from 1
 
     std::size_t SpanOfData() const { return blockSize - Block::kOverhead + sizeof(Block::kTrailer); }
 };
@@ -104,6 +103,19 @@ void FillHeader(Block* block, unsigned int size, const char* file, int line, int
     block->SetTrailer();
 }
 
+// Under the lock, as every message of the allocator is.
+[[gnu::noinline, gnu::cold]] void TraceMalloc(Block* block, unsigned int size, const char* file, int line) {
+    if (const KwMemory::LogFunction tracer = g_tracer.load(std::memory_order_relaxed)) {
+        tracer("Malloc:Ptr=%x,Size=%d,[%s:%d]", Address32(block), static_cast<int>(size), Text(file), line);
+    }
+}
+[[gnu::noinline, gnu::cold]] void TraceFree(Block* block, const char* file, int line) {
+    if (const KwMemory::LogFunction tracer = g_tracer.load(std::memory_order_relaxed)) {
+        tracer("Free:ptr=%x,size=%d,[%s:%d]", Address32(block->Data()), static_cast<int>(block->size), Text(file),
+               line);
+    }
+}
+
 // The allocator's state; one per process while the library is up.
 class KwMemoryHlp : public KwMemory, public KwModuleEngine {
 public:
@@ -143,6 +155,7 @@ public:
     }
 
     Block* Take(unsigned int size, const char* file, int line, bool* zeroed);
+    Block* TakeFresh(Pool* pool, unsigned int size, const char* file, int line, bool* zeroed);
     void GiveBack(Block* block, const char* file, int line);
     void Query(double* held, double* allocated, double* third);
 
@@ -186,64 +199,71 @@ bool KwMemoryHlp::InstallPools(int count, const PoolSize* sizes) {
 }
 
 // A linked block with its header filled and its data not; null when memory is out (reported).
-Block* KwMemoryHlp::Take(unsigned int size, const char* file, int line, bool* zeroed) {
+inline Block* KwMemoryHlp::Take(unsigned int size, const char* file, int line, bool* zeroed) {
     const unsigned int total = size + Block::kOverhead;
+    Pool* pool = total < size ? nullptr : PoolFor(total);
+    if (pool == nullptr) [[unlikely]]
+        return TakeFresh(nullptr, size, file, line, zeroed);
     *zeroed = false;
-    if (total < size) {
-        Enter();
-        Report("Error Malloc:size=%d,[%s:%d]", static_cast<int>(total), Text(file), line);
+    Enter();
+    if (pool->free.count == 0) [[unlikely]] {
+        Leave();
+        return TakeFresh(pool, size, file, line, zeroed);
+    }
+    auto* block = static_cast<Block*>(pool->free.head.next);
+    Kw_Unlink(block);
+    // The pool hands its blocks out in order: the next one's header will be wanted soon.
+    __builtin_prefetch(pool->free.head.next, 1);
+    Kw_LinkBefore(&live_.tail, block);
+    allocated_ += pool->blockSize;
+    if (g_tracer.load(std::memory_order_relaxed) != nullptr) [[unlikely]]
+        TraceMalloc(block, size, file, line);
+    Leave();
+    Unpoison(block->Data(), pool->SpanOfData());
+    FillHeader(block, size, file, line, pool->index);
+    return block;
+}
+
+// The same with memory from the system, which is asked without the lock.
+[[gnu::noinline]] Block* KwMemoryHlp::TakeFresh(Pool* pool, unsigned int size, const char* file, int line,
+                                                bool* zeroed) {
+    const unsigned int counted = pool != nullptr ? pool->blockSize : size + Block::kOverhead;
+    void* memory = nullptr;
+    if (size + Block::kOverhead >= size) {
+        // Large blocks come zeroed from the system: a fresh mapping is not written a second time.
+        const std::size_t bytes = Block::SystemSize(counted - Block::kOverhead);
+        memory = pool != nullptr ? std::malloc(bytes) : std::calloc(1, bytes);
+    }
+    *zeroed = pool == nullptr;
+    Enter();
+    if (memory == nullptr) {
+        Report("Error Malloc:size=%d,[%s:%d]", static_cast<int>(counted), Text(file), line);
         Leave();
         return nullptr;
     }
-    Pool* pool = PoolFor(total);
-    const unsigned int counted = pool != nullptr ? pool->blockSize : total;
-    Block* block = nullptr;
-    Enter();
-    if (pool != nullptr && pool->freeCount > 0) {
-        block = static_cast<Block*>(pool->free.head.next);
-        Kw_Unlink(block);
-        --pool->freeCount;
-    } else {
-        // The system is asked without the lock; only the links and the counters need it.
-        Leave();
-        const std::size_t bytes = Block::SystemSize(counted - Block::kOverhead);
-        // Large blocks come zeroed from the system: a fresh mapping is not written a second time.
-        void* memory = pool != nullptr ? std::malloc(bytes) : std::calloc(1, bytes);
-        *zeroed = pool == nullptr;
-        Enter();
-        if (memory == nullptr) {
-            Report("Error Malloc:size=%d,[%s:%d]", static_cast<int>(counted), Text(file), line);
-            Leave();
-            return nullptr;
-        }
-        block = new (memory) Block;
-        held_ += counted;
-    }
+    auto* block = new (memory) Block;
+    held_ += counted;
     Kw_LinkBefore(&live_.tail, block);
     allocated_ += counted;
-    const KwMemory::LogFunction tracer = g_tracer.load(std::memory_order_relaxed);
-    if (tracer != nullptr) {
-        tracer("Malloc:Ptr=%x,Size=%d,[%s:%d]", Address32(block), static_cast<int>(size), Text(file), line);
-    }
+    if (g_tracer.load(std::memory_order_relaxed) != nullptr) TraceMalloc(block, size, file, line);
     Leave();
-    Unpoison(block->Data(), counted - Block::kOverhead + sizeof(Block::kTrailer));
     FillHeader(block, size, file, line, pool != nullptr ? pool->index : 0);
     return block;
 }
 
 // Takes back a block whose guards are intact.
-void KwMemoryHlp::GiveBack(Block* block, const char* file, int line) {
-    Enter();
-    if (const KwMemory::LogFunction tracer = g_tracer.load(std::memory_order_relaxed)) {
-        tracer("Free:ptr=%x,size=%d,[%s:%d]", Address32(block->Data()), static_cast<int>(block->size), Text(file),
-               line);
-    }
+inline void KwMemoryHlp::GiveBack(Block* block, const char* file, int line) {
+    // The neighbours' headers are written under the lock: they come in before.
+    __builtin_prefetch(block->next, 1);
+    __builtin_prefetch(block->prev, 1);
     Pool* pool = block->pool >= 1 && block->pool <= poolCount_ ? &pools_[block->pool - 1] : nullptr;
+    Enter();
+    if (g_tracer.load(std::memory_order_relaxed) != nullptr) [[unlikely]]
+        TraceFree(block, file, line);
     const bool wasCounted = Kw_Unlink(block) != nullptr;
-    if (pool != nullptr && poolsEnabled_.load(std::memory_order_relaxed) && pool->freeCount < pool->keep) {
+    if (pool != nullptr && pool->free.count < pool->keep && poolsEnabled_.load(std::memory_order_relaxed)) [[likely]] {
         Poison(block->Data(), pool->SpanOfData());
         Kw_LinkBefore(&pool->free.tail, block);
-        ++pool->freeCount;
         Leave();
         return;
     }
@@ -275,7 +295,6 @@ void KwMemoryHlp::FreePoolBlocks() {
             Unpoison(block->Data(), pool.SpanOfData());
             std::free(block);
         }
-        pool.freeCount = 0;
     }
 }
 
@@ -335,17 +354,25 @@ Block* TakeBlock(unsigned int size, const char* file, int line, bool* zeroed) {
     return block;
 }
 
-// Reports under the lock, as every message of the allocator is.
-bool CheckPointer(const char* operation, Block* block, const char* file, int line) {
+[[gnu::noinline, gnu::cold]] bool RefusePointer(const char* operation, int damage, Block* block, const char* file,
+                                                int line) {
     KwMemoryHlp* state = State();
-    // A block that stands in a free list is refused before its data, which may be poisoned, is looked at.
-    const int damage =
-        state != nullptr && block->guard == Block::kGuard && state->IsFreeBlock(block) ? 1 : FirstDamage(block);
-    if (damage == 0) return true;
     if (state != nullptr) state->Enter();
     ReportDamage(operation, damage, block->Data(), file, line);
     if (state != nullptr) state->Leave();
     return false;
+}
+
+inline bool CheckPointer(const char* operation, Block* block, const char* file, int line) {
+    if (block->guard != Block::kGuard) [[unlikely]]
+        return RefusePointer(operation, 1, block, file, line);
+    // A block that stands in a free list is refused before its data, which may be poisoned, is looked at.
+    const KwMemoryHlp* state = State();
+    if (state != nullptr && state->IsFreeBlock(block)) [[unlikely]]
+        return RefusePointer(operation, 1, block, file, line);
+    if (!block->TrailerIntact()) [[unlikely]]
+        return RefusePointer(operation, 2, block, file, line);
+    return true;
 }
 
 }  // namespace

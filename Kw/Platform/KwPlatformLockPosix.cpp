@@ -20,9 +20,11 @@ constexpr std::uint32_t kFree = 0;
 constexpr std::uint32_t kHeld = 1;
 constexpr std::uint32_t kHeldWithSleepers = 2;
 
-// How often a waiter looks again before it sleeps: a held section of this library lasts tens of
-// nanoseconds, a sleep and its wake-up some microseconds.
-constexpr int kSpins = 100;
+// A waiter looks again after 1, 2, 4 ... pauses before it sleeps. A held section of this library lasts tens
+// of nanoseconds, a sleep and its wake-up some microseconds; and a waiter that looks rarely leaves the lock's
+// cache line, and all that it guards, with the thread that is at work.
+constexpr int kLooks = 12;
+constexpr int kMostPauses = 256;
 
 // The address of a thread-local object is a cheaper name of the thread than its kernel id.
 [[gnu::tls_model("initial-exec")]] thread_local char g_self;
@@ -43,7 +45,7 @@ void CpuRelax() {
 
 }  // namespace
 
-struct Lock {
+struct alignas(64) Lock {
     std::atomic<std::uint32_t> word{kFree};
     std::uint32_t depth = 0;  // entries of the holder beyond the first
     std::atomic<const void*> owner{nullptr};
@@ -53,15 +55,15 @@ struct Lock {
 namespace {
 
 [[gnu::noinline]] void EnterContended(Lock* lock) {
-    for (int i = 0; i < kSpins; ++i) {
+    int pauses = 1;
+    for (int look = 0; look < kLooks; ++look) {
+        for (int i = 0; i < pauses; ++i) CpuRelax();
+        if (pauses < kMostPauses) pauses *= 2;
         std::uint32_t seen = lock->word.load(std::memory_order_relaxed);
         if (seen == kFree &&
             lock->word.compare_exchange_weak(seen, kHeld, std::memory_order_acquire, std::memory_order_relaxed)) {
             return;
         }
-        // Somebody sleeps already: the lock is crowded and spinning only takes time from its holder.
-        if (seen == kHeldWithSleepers) break;
-        CpuRelax();
     }
     while (lock->word.exchange(kHeldWithSleepers, std::memory_order_acquire) != kFree) {
         FutexWait(&lock->word, kHeldWithSleepers);
@@ -71,7 +73,8 @@ namespace {
 }  // namespace
 
 Lock* LockCreate() {
-    void* memory = std::malloc(sizeof(Lock));
+    // A line of its own: a lock that shares one is slowed down by its neighbour.
+    void* memory = std::aligned_alloc(alignof(Lock), sizeof(Lock));
     return memory == nullptr ? nullptr : new (memory) Lock;
 }
 
@@ -86,21 +89,25 @@ void LockRelease(Lock* lock) {
 }
 
 void LockEnter(Lock* lock) {
+    std::uint32_t expected = kFree;
+    if (__libc_single_threaded != 0) {
+        // Nobody else runs: the same states without the bus-locked instruction.
+        if (lock->word.load(std::memory_order_relaxed) == kFree) {
+            lock->word.store(kHeld, std::memory_order_relaxed);
+            lock->owner.store(&g_self, std::memory_order_relaxed);
+            return;
+        }
+    } else if (lock->word.compare_exchange_strong(expected, kHeld, std::memory_order_acquire,
+                                                  std::memory_order_relaxed)) {
+        lock->owner.store(&g_self, std::memory_order_relaxed);
+        return;
+    }
     // Only this thread can have written its own name there, so a relaxed read decides.
     if (lock->owner.load(std::memory_order_relaxed) == &g_self) {
         ++lock->depth;
         return;
     }
-    if (__libc_single_threaded != 0) {
-        // Nobody else runs: the same states without the bus-locked instruction.
-        lock->word.store(kHeld, std::memory_order_relaxed);
-    } else {
-        std::uint32_t expected = kFree;
-        if (!lock->word.compare_exchange_strong(expected, kHeld, std::memory_order_acquire,
-                                                std::memory_order_relaxed)) {
-            EnterContended(lock);
-        }
-    }
+    EnterContended(lock);
     lock->owner.store(&g_self, std::memory_order_relaxed);
 }
 
