@@ -117,8 +117,7 @@ void ConsoleErase(const char* text, int length) {
 
 bool ConsoleAsk(const char* caption, const char* text) {
     if (!InputIsTerminal() || InputEnded() || !TerminalIsForeground()) return true;
-    const bool inKeyMode = TerminalInKeyMode();
-    InputSetAsking(true);
+    KeysClaim(true);
     const std::string question = Plain(caption) + ": " + Plain(text) + " [y/n] ";
     WriteTerminal("\n" + question);
     bool yes = true;
@@ -136,8 +135,8 @@ bool ConsoleAsk(const char* caption, const char* text) {
         }
     }
     WriteTerminal(yes ? "y\n" : "n\n");
-    if (!inKeyMode) TerminalRestore();
-    InputSetAsking(false);
+    InputAnswered();
+    KeysClaim(false);
     return yes;
 }
 

@@ -33,6 +33,10 @@ bool KeyWaiting();
 int KeyRead();
 constexpr int kKeyText = 0x100;
 
+// While keys are claimed, line readers on other threads wait and leave what is typed to the claimer.
+// Claims nest; with the last one the terminal goes back to the modes it had at the first.
+void KeysClaim(bool on);
+
 // What a line reader that waits can be stopped with, from any thread.
 struct LineStop;
 LineStop* LineStopCreate();  // null when memory is out

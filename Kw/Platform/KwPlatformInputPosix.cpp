@@ -36,7 +36,8 @@ struct Input {
     bool skipLine = false;       // inside a line that is too long
     bool skipLineFeed = false;   // behind a CR
     bool lineOpen = false;       // keys were handed out since the last Enter
-    bool asking = false;         // a question box owns the keys
+    int claims = 0;              // of the keys; line readers wait meanwhile
+    bool keyMode = false;        // the terminal was in key mode at the first claim
     bool answered = false;       // a question took its key; an Enter right behind it belongs to the answer
     int secondKey = -1;          // the key behind an extended key's prefix
     long long partialSince = 0;  // since when the bytes here are the beginning of a key; 0: they are not
@@ -216,10 +217,18 @@ void InputFlushTyped() {
     g_input.secondKey = -1;
 }
 
-void InputSetAsking(bool asking) {
+void InputAnswered() {
     const std::lock_guard<std::mutex> guard(g_input.mutex);
-    g_input.asking = asking;
-    g_input.answered = !asking;
+    g_input.answered = true;
+}
+
+void KeysClaim(bool on) {
+    const std::lock_guard<std::mutex> guard(g_input.mutex);
+    if (on) {
+        if (g_input.claims++ == 0) g_input.keyMode = TerminalInKeyMode();
+    } else if (--g_input.claims == 0 && !g_input.keyMode) {
+        TerminalRestore();
+    }
 }
 
 bool KeyWaiting() {
@@ -293,7 +302,7 @@ LineStatus LineRead(char* buffer, int size, LineStop* stop) {
         int fd = STDIN_FILENO;
         {
             const std::lock_guard<std::mutex> guard(g_input.mutex);
-            if (g_input.asking) {
+            if (g_input.claims != 0) {
                 fd = -1;
                 timeout = kKeyGapMs;
             } else {

@@ -3,7 +3,7 @@
 
 namespace KwPlatform {
 
-// While a question is asked, line readers leave the keys to it.
-void InputSetAsking(bool asking);
+// Lets an Enter that comes next pass as the end of the answer just given.
+void InputAnswered();
 
 }  // namespace KwPlatform
