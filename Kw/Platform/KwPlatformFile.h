@@ -56,6 +56,7 @@ bool FileSync(std::FILE* stream);
 bool FileExists(const char* path);    // anything but a folder
 bool FileReadable(const char* path);  // FileExists, and this process may read it
 bool FolderExists(const char* path);
+bool LinkExists(const char* path);  // a symbolic link (or its like) to whatever
 // Whether the file bears the archive attribute, which Windows sets on whatever is written. Elsewhere every
 // plain file counts as bearing it.
 bool FileHasArchive(const char* path);
@@ -79,8 +80,9 @@ bool CurrentFolder(char* out, std::size_t size);
 // Writes the file so that `path` has either its old content or the whole new one: the bytes go to a file
 // beside it, which is flushed to disk and put in its place. Permissions of an old file are kept, a link is
 // followed, a device is written directly. Where the folder allows no new file, an old one is overwritten.
-// False on failure; nothing is left behind.
-bool FileSave(const char* path, const void* data, std::size_t size);
+// On failure nothing is left behind.
+enum class FileSaved { kOk, kNotCreated, kNotWritten };
+FileSaved FileSave(const char* path, const void* data, std::size_t size);
 // Copies a file with its permissions and its time of last writing, in the same way. A target that is the
 // same file as the source is left alone and counts as copied.
 bool FileCopy(const char* from, const char* to);

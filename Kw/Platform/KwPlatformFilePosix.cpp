@@ -188,6 +188,12 @@ bool FolderExists(const char* path) {
     return Stat(path, info) && S_ISDIR(info.st_mode);
 }
 
+bool LinkExists(const char* path) {
+    const NativePath native(path);
+    struct stat info;
+    return native && lstat(native.Get(), &info) == 0 && S_ISLNK(info.st_mode);
+}
+
 bool FileHasArchive(const char* path) {
     struct stat info;
     return Stat(path, info) && S_ISREG(info.st_mode);

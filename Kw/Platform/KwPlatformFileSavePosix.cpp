@@ -117,9 +117,11 @@ bool CopyBytes(int from, int to) {
 
 }  // namespace
 
-bool FileSave(const char* path, const void* data, std::size_t size) {
+FileSaved FileSave(const char* path, const void* data, std::size_t size) {
     NewVersion version(path);
-    return version.GetFd() >= 0 && WriteAll(version.GetFd(), static_cast<const char*>(data), size) && version.Commit();
+    if (version.GetFd() < 0) return FileSaved::kNotCreated;
+    const bool ok = WriteAll(version.GetFd(), static_cast<const char*>(data), size) && version.Commit();
+    return ok ? FileSaved::kOk : FileSaved::kNotWritten;
 }
 
 bool FileCopy(const char* from, const char* to) {
