@@ -58,7 +58,7 @@ public:
     static void UnPackTimeEx(double packed, STime& time);
 
     // Writes "%02d_%02d_%02d_%02d_%02d_%02d" (year to second) and a terminator; returns the characters
-    // without it. `out` has room for 21.
+    // without it. `out` has room for 26, the longest such text.
     static int PackToString(STime& time, char* out);
     // Reads the same six numbers back; fields that the text does not have stay as they are.
     static void UnpackToString(const char* text, STime& time);
