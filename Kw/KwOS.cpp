@@ -28,8 +28,8 @@ struct ThreadState {
     void* param = nullptr;
     KwPlatform::Thread* system = nullptr;
 
-    unsigned int id = 0;         // of the thread, set by itself before `running`
-    bool selfClosed = false;     // written and read by the thread itself only
+    unsigned int id = 0;          // of the thread, set by itself before `running`
+    bool selfClosed = false;      // written and read by the thread itself only
     ThreadState* next = nullptr;  // in the list of killed threads
 
     bool IsFinished() { return std::atomic_ref<bool>(finished).load(std::memory_order_acquire); }
@@ -59,6 +59,15 @@ unsigned int ThreadEntry(void* raw) {
     return 0;
 }
 
+// The i-th wait of a poll: gives the processor away at first, then sleeps 1 ms, later `longest`.
+void Wait(unsigned int i, unsigned int longest) {
+    if (i < 100) {
+        KwPlatform::ThreadYield();
+    } else {
+        KwPlatform::SleepMs(i < 110 ? 1 : longest);
+    }
+}
+
 void* StartThread(ThreadState* state) {
     if (state != nullptr) state->system = KwPlatform::ThreadStart(ThreadEntry, state);
     if (state == nullptr || state->system == nullptr) {
@@ -66,9 +75,8 @@ void* StartThread(ThreadState* state) {
         delete state;
         return nullptr;
     }
-    // A new thread mostly runs within microseconds; the long poll is for a machine that is overloaded.
-    for (int i = 0; i < 100 && !state->IsRunning() && !state->IsFinished(); ++i) KwPlatform::ThreadYield();
-    while (!state->IsRunning() && !state->IsFinished()) KwPlatform::SleepMs(10);
+    // A new thread mostly runs within microseconds; the long waits are for a machine that is overloaded.
+    for (unsigned int i = 0; !state->IsRunning() && !state->IsFinished(); ++i) Wait(i, 10);
     return state;
 }
 
@@ -121,9 +129,13 @@ public:
 
 }  // namespace
 
-unsigned int KwOS::GetCurrentThreadId() { return KwPlatform::ThreadCurrentId(); }
+unsigned int KwOS::GetCurrentThreadId() {
+    return KwPlatform::ThreadCurrentId();
+}
 
-int KwOS::GetCpuCount() { return KwPlatform::ProcessorCount(); }
+int KwOS::GetCpuCount() {
+    return KwPlatform::ProcessorCount();
+}
 
 void* KwOS::NewThread(void (*body)(bool& run, void* param), void* param) {
     if (body == nullptr) return nullptr;
@@ -157,8 +169,7 @@ void KwOS::CloseService(void* thread) {
     }
     // `finished` is only ever set, by the thread: clearing it here would wait for ever for one that ends
     // by itself at this moment.
-    for (int i = 0; i < 100 && !state->IsFinished(); ++i) KwPlatform::ThreadYield();
-    while (!state->IsFinished()) KwPlatform::SleepMs(1);
+    for (unsigned int i = 0; !state->IsFinished(); ++i) Wait(i, 1);
     KwPlatform::ThreadClose(state->system);
     state->tag = 0;
     delete state;

@@ -68,6 +68,16 @@ public:
     // File time of a local time; 0 for null and for a date that does not exist.
     static void TimeToFileTime(STime* time, KwFileTime& fileTime);
 
+    // Sets the times given (local, null for none, what is no date counts as none) of a file: the one behind the
+    // system's handle, or when that is the invalid handle value (all ones) the one called `name`, or when that
+    // is null `wname`. A creation time is ignored on POSIX systems. False when there is no such file.
+    static bool SetFileTime(const char* name, const KwWChar* wname, void* handle, STime* created, STime* accessed,
+                            STime* written);
+    // Stores the local times of the file called `wname`, or when that is null `name`, through the pointers that
+    // are not null; the handle is not used. False when there is no such file.
+    static bool GetFileTime(const char* name, const KwWChar* wname, void* handle, STime* created, STime* accessed,
+                            STime* written);
+
     // Days from `from` to `to`: exact within one year, too small across years, since the month and day
     // step counts from `from`'s month even then. 0 for null and when `from`'s year is later.
     static int CalcTotalDay(STime* from, STime* to);

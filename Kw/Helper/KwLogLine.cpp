@@ -4,15 +4,7 @@
 #include <cstring>
 
 #include "Kw/Helper/KwLogData.h"
-
-namespace {
-
-// Characters that `args` take; at most `room` are stored. Negative when the format is not valid.
-KW_PRINTF(3, 0) int Print(char* text, std::size_t room, const char* format, va_list args) {
-    return std::vsnprintf(text, room + 1, format, args);
-}
-
-}  // namespace
+#include "Kw/KwFormat.h"
 
 KwLogLine::~KwLogLine() {
     std::free(heap_);
@@ -44,10 +36,10 @@ void KwLogLine::Format(const char* format, va_list args, const char* name) {
     if (name != nullptr && *name != '\0') Reserve(kTextRoom / 2, name);
     va_list again;
     va_copy(again, args);
-    int length = Print(text_, room_, format, args);
+    int length = KwFormat::Print(text_, static_cast<unsigned int>(room_), format, args);
     if (length > 0 && static_cast<std::size_t>(length) > room_) {
         Reserve(static_cast<std::size_t>(length), name);
-        length = Print(text_, room_, format, again);
+        length = KwFormat::Print(text_, static_cast<unsigned int>(room_), format, again);
     }
     va_end(again);
     if (length < 0) {

@@ -34,7 +34,9 @@ struct KillPoint {
 // A kill is a signal whose handler jumps out of the body. The system's own cancellation would unwind the
 // stack from wherever the thread stands, and C++ ends the process when that meets a frame which cannot be
 // unwound there.
-int KillSignal() { return SIGRTMIN + 7; }
+int KillSignal() {
+    return SIGRTMIN + 7;
+}
 
 void OnKill(int) {
     KillPoint* point = g_killPoint;
@@ -109,7 +111,9 @@ unsigned int ThreadCurrentId() {
     return id;
 }
 
-void ThreadYield() { sched_yield(); }
+void ThreadYield() {
+    sched_yield();
+}
 
 int ProcessorCount() {
     const auto count = sysconf(_SC_NPROCESSORS_ONLN);
