@@ -253,9 +253,6 @@ inline Block* KwMemoryHlp::Take(unsigned int size, const char* file, int line, b
 
 // Takes back a block whose guards are intact.
 inline void KwMemoryHlp::GiveBack(Block* block, const char* file, int line) {
-    // The neighbours' headers are written under the lock: they come in before.
-    __builtin_prefetch(block->next, 1);
-    __builtin_prefetch(block->prev, 1);
     Pool* pool = block->pool >= 1 && block->pool <= poolCount_ ? &pools_[block->pool - 1] : nullptr;
     Enter();
     if (g_tracer.load(std::memory_order_relaxed) != nullptr) [[unlikely]]

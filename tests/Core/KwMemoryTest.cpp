@@ -240,10 +240,13 @@ TEST(KwMemory, TheReleaseReportsWhatIsStillAlive) {
     EXPECT_EQ(Held(), 0);
 
     unsigned char* damaged = Take(10);
-    Take(20);  // behind the damage: left alone
+    unsigned char* behind = Take(20);  // left alone with the damaged one
     damaged[10] ^= 1;
     Kw_Release();
     EXPECT_EQ(TakeMemoryReports().size(), 1u);
+    damaged[10] ^= 1;
+    Drop(damaged);
+    Drop(behind);
     Kw_Init();
 }
 
