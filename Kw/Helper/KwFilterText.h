@@ -1,6 +1,6 @@
 // KwFilterText: the number and block scanners of the data-script language.
 //
-// Each takes a range of bytes that need no terminator, reads from its start and gives the position
+// Each takes a range of bytes, not null, that need no terminator, reads from its start and gives the position
 // behind what it read, or null when there is no such thing; one pass, nothing outside the range.
 // Thread-safety: everything may be called from any thread.
 #pragma once
