@@ -69,16 +69,16 @@ const char* FindRolling(const char* text, const char* last, const char* pattern,
     constexpr std::uint64_t kBase = 0x9E3779B97F4A7C15U;
     std::uint64_t wanted = 0;
     std::uint64_t hash = 0;
-    std::uint64_t leaving = 1;  // the weight of the character that leaves the window
+    std::uint64_t leaving = 1;  // the weight of the character that has left the window
     for (std::size_t i = 0; i < patLen; ++i) {
         wanted = wanted * kBase + static_cast<unsigned char>(pattern[i]);
         hash = hash * kBase + static_cast<unsigned char>(text[i]);
-        if (i > 0) leaving *= kBase;
+        leaving *= kBase;
     }
     for (;; ++text) {
         if (hash == wanted && std::memcmp(text, pattern, patLen) == 0) return text;
         if (text == last) return nullptr;
-        hash = (hash - static_cast<unsigned char>(*text) * leaving) * kBase + static_cast<unsigned char>(text[patLen]);
+        hash = hash * kBase + (static_cast<unsigned char>(text[patLen]) - static_cast<unsigned char>(*text) * leaving);
     }
 }
 
