@@ -7,8 +7,8 @@
 
 namespace KwPlatform {
 
-// Makes sure that standard output and input exist, opening a console for those that do not, and turns
-// their buffering off. A title that is neither null nor empty becomes the console's.
+// Makes sure that standard output and input exist, opening a console for those that do not, turns their
+// buffering off and looks at them anew (InputRefresh). A title that is neither null nor empty becomes the console's.
 void ConsoleOpen(const char* title);
 
 // Sets the title of the console. Null and "" leave it alone; control characters are left out.

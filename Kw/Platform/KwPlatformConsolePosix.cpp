@@ -90,6 +90,7 @@ void ConsoleOpen(const char* title) {
     std::fflush(stdout);
     std::setvbuf(stdout, nullptr, _IONBF, 0);
     std::setvbuf(stdin, nullptr, _IONBF, 0);
+    InputRefresh();
     ConsoleSetTitle(title);
 }
 

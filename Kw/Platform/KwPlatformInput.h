@@ -14,8 +14,9 @@ bool InputIsTerminal();
 // Whether everything was read and nothing more can come. From then on no call costs a system call.
 bool InputEnded();
 
-// Forgets what is known about standard input, the read-ahead too: for use after it was redirected.
-void InputReset();
+// Looks at standard input anew: when it was redirected since the last look, what is known about it is
+// forgotten, the read-ahead and its end too.
+void InputRefresh();
 
 // Puts the terminal back into the modes it had before keys were polled; the next poll takes it again.
 void InputRestore();

@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <time.h>
 #include <unistd.h>
@@ -31,6 +32,8 @@ struct Input {
     std::mutex mutex;
     int begin = 0;
     int end = 0;
+    dev_t device = 0;  // what standard input was at the last look
+    ino_t inode = 0;
     int terminal = -1;           // -1: not looked yet
     bool ended = false;          // the system reported the end; bytes may still be here
     bool skipLine = false;       // inside a line that is too long
@@ -54,7 +57,14 @@ long long NowMs() {
 }
 
 bool IsTerminal() {
-    if (g_input.terminal < 0) g_input.terminal = isatty(STDIN_FILENO);
+    if (g_input.terminal < 0) {
+        struct stat now {};
+        if (fstat(STDIN_FILENO, &now) == 0) {
+            g_input.device = now.st_dev;
+            g_input.inode = now.st_ino;
+        }
+        g_input.terminal = isatty(STDIN_FILENO);
+    }
     return g_input.terminal == 1;
 }
 
@@ -194,11 +204,17 @@ bool InputEnded() {
     return g_ended.load(std::memory_order_acquire);
 }
 
-void InputReset() {
+void InputRefresh() {
     const std::lock_guard<std::mutex> guard(g_input.mutex);
     Input& input = g_input;
+    struct stat now {};
+    if (fstat(STDIN_FILENO, &now) != 0) now = {};
+    if (now.st_dev == input.device && now.st_ino == input.inode) return;
+    input.device = now.st_dev;
+    input.inode = now.st_ino;
     input.begin = input.end = 0;
-    input.terminal = input.secondKey = -1;
+    input.terminal = isatty(STDIN_FILENO);
+    input.secondKey = -1;
     input.ended = input.skipLine = input.skipLineFeed = input.lineOpen = input.answered = false;
     input.partialSince = 0;
     g_ended.store(false, std::memory_order_release);
