@@ -2,12 +2,15 @@
 
 #include <atomic>
 #include <mutex>
+#include <string>
 
 #include "Kw/Helper/KwLogSystem.h"
 #include "Kw/KwListenEvent.h"
 #include "Kw/KwModuleEngine.h"
 #include "Kw/Platform/KwPlatformClock.h"
+#include "Kw/Platform/KwPlatformFile.h"
 #include "Kw/Platform/KwPlatformThread.h"
+#include "Kw/Res/KwRes.h"
 
 namespace {
 
@@ -243,4 +246,14 @@ bool KwOS::PostEvent(void* event, bool (*callback)(void*), void* param, unsigned
 
 void KwOS::RemoveInfFromEvent(void* event, KwInf* target) {
     if (event != nullptr && target != nullptr) static_cast<KwListenEvent*>(event)->Remove(target);
+}
+
+bool KwOS::CanLockApp() {
+    const std::string path = std::string(KwRes::GetProcessPath()) + KwRes::GetProcessName() + ".lock";
+    // Held until the process ends, however it ends: the system gives it back.
+    static std::atomic<KwPlatform::FileLock*> held{nullptr};
+    KwPlatform::FileLock* lock = KwPlatform::FileLockAcquire(path.c_str());
+    if (lock == nullptr) return false;
+    held.store(lock);
+    return true;
 }

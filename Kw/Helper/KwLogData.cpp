@@ -8,6 +8,7 @@
 #include "Kw/KwModuleEngine.h"
 #include "Kw/Platform/KwPlatformClock.h"
 #include "Kw/Platform/KwPlatformFile.h"
+#include "Kw/Res/KwRes.h"
 
 namespace {
 
@@ -58,6 +59,7 @@ void CLogData::SetConsole(bool withTime) {
     const std::lock_guard<KwLock> guard(lock_);
     CloseFile();
     path_[0] = '\0';
+    reported_ = false;
     callback_ = nullptr;
     withTime_ = withTime;
 }
@@ -65,17 +67,18 @@ void CLogData::SetConsole(bool withTime) {
 void CLogData::SetFile(const char* path, bool withTime) {
     const std::lock_guard<KwLock> guard(lock_);
     SetConsole(withTime);
-    if (path == nullptr) path = "";
-    const std::size_t length = std::strlen(path);
-    if (length != 0 && length < sizeof(path_)) {
-        std::memcpy(path_, path, length + 1);
+    char full[KwRes::kPathSize];
+    const bool resolved = KwRes::GetFullPath(full, path, -1);
+    const std::size_t length = resolved ? std::strlen(full) : 0;
+    if (resolved && length < sizeof(path_)) {
+        std::memcpy(path_, full, length + 1);
         lineLimit_ = 100;
         countLimit_ = 100;
         tickLimit_ = 60000;
         if (OpenFile()) return;
         path_[0] = '\0';
     }
-    ReportFile(path);
+    ReportFile(path == nullptr ? "" : path);
 }
 
 void CLogData::SetCallback(KwLogSystem::Callback callback, bool withTime) {
@@ -102,7 +105,7 @@ void CLogData::Push(const char* format, va_list args, const char* name) {
         } else {
             va_list copy;
             va_copy(copy, args);
-            line.Format(format, copy, name);
+            if (!line.Format(format, copy, name)) line.SetText(format, name);
             va_end(copy);
         }
         formatted = true;

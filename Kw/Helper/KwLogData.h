@@ -9,46 +9,10 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "Kw/Helper/KwLogLine.h"
 #include "Kw/Helper/KwLogSystem.h"
 #include "Kw/KwLock.h"
 #include "Kw/KwTime.h"
-
-// One formatted line, made outside the lock. Room is kept in front of the text for the time prefix and
-// the name, and behind it for the line end, so that a line goes out in one piece.
-class KwLogLine {
-public:
-    // `args` is used up; null `args` are not allowed here, see SetText.
-    void Format(const char* format, va_list args, const char* name) KW_PRINTF(2, 0);
-    // A line of ready text.
-    void SetText(const char* text, const char* name);
-    KwLogLine() = default;
-    KwLogLine(const KwLogLine&) = delete;
-    KwLogLine& operator=(const KwLogLine&) = delete;
-    ~KwLogLine();
-
-    // The line from its prefix to its end, valid until the next call. `prefix` may be empty.
-    struct Piece {
-        const char* data;
-        std::size_t size;
-    };
-    Piece Whole(const char* prefix, std::size_t prefixSize, bool withName);
-    Piece Text() const { return {text_, textSize_}; }
-
-private:
-    static constexpr std::size_t kPrefixRoom = 64;
-    static constexpr std::size_t kTextRoom = 1024;
-
-    // Makes room for `textSize` characters; what does not fit into memory is cut.
-    void Reserve(std::size_t textSize, const char* name);
-
-    const char* name_ = nullptr;  // null when there is none
-    std::size_t nameSize_ = 0;
-    char* heap_ = nullptr;  // in place of stack_ for long lines
-    char* text_ = stack_ + kPrefixRoom;
-    std::size_t room_ = kTextRoom;  // characters from text_ on, the line end not counted
-    std::size_t textSize_ = 0;
-    char stack_[kPrefixRoom + kTextRoom + 1];
-};
 
 class CLogData {
 public:
@@ -70,10 +34,9 @@ public:
 
     // The lock under which lines go out; WriteLogV keeps two outputs in step with it.
     KwLock& GetLock() { return lock_; }
-    // The caller holds the lock: hands a line to file or console, or format and `args` to the callback.
-    void Write(KwLogLine& line);
 
 private:
+    void Write(KwLogLine& line);
     void WriteFile(KwLogLine& line);
     void WriteConsole(KwLogLine& line);
     void CallHost(const char* format, va_list args);

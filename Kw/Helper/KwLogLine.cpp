@@ -1,9 +1,9 @@
-// KwLogLine: the formatting of one line, before the log's lock is taken.
+#include "Kw/Helper/KwLogLine.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
-#include "Kw/Helper/KwLogData.h"
 #include "Kw/KwFormat.h"
 
 KwLogLine::~KwLogLine() {
@@ -32,7 +32,7 @@ void KwLogLine::Reserve(std::size_t textSize, const char* name) {
     room_ = kTextRoom;
 }
 
-void KwLogLine::Format(const char* format, va_list args, const char* name) {
+bool KwLogLine::Format(const char* format, va_list args, const char* name) {
     if (name != nullptr && *name != '\0') Reserve(kTextRoom / 2, name);
     va_list again;
     va_copy(again, args);
@@ -42,12 +42,10 @@ void KwLogLine::Format(const char* format, va_list args, const char* name) {
         length = KwFormat::Print(text_, static_cast<unsigned int>(room_), format, again);
     }
     va_end(again);
-    if (length < 0) {
-        SetText(format, name);
-        return;
-    }
+    if (length < 0) return false;
     textSize_ = std::min(static_cast<std::size_t>(length), room_);
     text_[textSize_] = '\n';
+    return true;
 }
 
 void KwLogLine::SetText(const char* text, const char* name) {
