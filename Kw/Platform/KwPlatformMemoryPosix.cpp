@@ -1,0 +1,22 @@
+#include "Kw/Platform/KwPlatformMemory.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdint>
+
+namespace KwPlatform {
+
+void MemoryPreferLargePages([[maybe_unused]] void* block, [[maybe_unused]] std::size_t size) {
+#if defined(MADV_HUGEPAGE)
+    constexpr std::size_t kLargePage = 2u << 20;
+    if (size < 2 * kLargePage) return;
+    const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    const std::uintptr_t first = (reinterpret_cast<std::uintptr_t>(block) + page - 1) / page * page;
+    const std::uintptr_t last = (reinterpret_cast<std::uintptr_t>(block) + size) / page * page;
+    // A wish: that it cannot be granted is no failure.
+    static_cast<void>(madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE));
+#endif
+}
+
+}  // namespace KwPlatform
