@@ -10,6 +10,10 @@
 
 #include "Kw/KwBuffer.h"
 
+class KwFile;
+struct KwTableCell;
+struct KwTableCount;
+
 class KW_API KwTablePtr {
 public:
     KW_TRACKED_NEW
@@ -25,8 +29,9 @@ public:
     // Replaces the content by a file's. An empty file is an empty table. False, with one line logged and the table
     // empty, when the file cannot be read or memory is out.
     bool Load(const char* path);
-    // Replaces the content by a copy of `len` bytes. 0, with the content unchanged, for null or a length below 1;
-    // 1 otherwise, even without memory: then one line is logged and the table is empty.
+    // Replaces the content by a copy of `len` bytes, which must not be the table's own. 0 for null or a length
+    // below 1, with the content unchanged, and when the copy cannot be made; 1 otherwise, even without
+    // memory for the index: then one line is logged and the table is empty.
     int Load(unsigned char* data, int len);
     // Indexes the text that was loaded, which both forms of Load do; 0 when memory is out.
     int Commit();
@@ -61,19 +66,18 @@ public:
     bool GetString(int row, const char* colName, const char* def, char* out, int size) const;
 
 private:
-    friend class KwTableScan;
+    using Cell = KwTableCell;
 
-    // A cell's place in the text.
-    struct Cell {
-        unsigned int offset;  // bytes from the start of the text
-        unsigned int length;  // bytes
-    };
+    bool Reserve(unsigned int size);
+    bool Read(KwFile& file, unsigned int size, KwTableCount& count);
+    bool Index(const KwTableCount& count);
+    void FreeIndex();
 
+    // The cell at 0-based `row` and `col`, null outside the grid.
+    const Cell* At(int row, int col) const;
     // The cell at 1-based `row` and `col`, null outside the grid and when it is empty.
     const Cell* Find(int row, int col) const;
     const char* Text(const Cell& cell) const;
-    void FreeIndex();
-    bool ReadFile(const char* path, bool& empty);
 
     KwBuffer text_;  // filled up to the text's end, and a NUL behind it
     int columnCount_ = 0;
