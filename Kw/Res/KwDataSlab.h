@@ -25,26 +25,16 @@ public:
 
     private:
         friend class KwDataSlab;
-        unsigned char* Refill(std::size_t bytes);
+        void* Cut(std::size_t bytes);
+        bool Refill(std::size_t whole);
+        void Close();
 
         Scope* outer_;
-        KwDataSlab* slab_ = nullptr;  // the block in use
+        void* slab_ = nullptr;  // the block that is being cut, from next_ to end_
         unsigned char* next_ = nullptr;
         unsigned char* end_ = nullptr;
-        std::size_t taken_ = 0;  // parts cut from slab_, not yet in its count
-        std::size_t slabSize_;   // bytes of the next block
-    };
-
-    // Lets the thread give parts back cheaply until its end: counts are gathered and applied together.
-    class GiveScope {
-    public:
-        GiveScope();
-        ~GiveScope();
-        GiveScope(const GiveScope&) = delete;
-        GiveScope& operator=(const GiveScope&) = delete;
-
-    private:
-        bool outermost_;
+        unsigned int taken_ = 0;  // parts cut from it
+        std::size_t slabSize_;    // bytes of the block after it
     };
 
     // `bytes` bytes aligned for a pointer or double, not initialised; null when memory is out.

@@ -3,6 +3,7 @@
 // The loader has logged its one line already; this is the same message with its position.
 #pragma once
 
+#include <new>
 #include <string>
 
 #include "Kw/KwDefine.h"
@@ -12,8 +13,15 @@ struct KwParseError {
     // failed, and when the fault lies in no place of the text (a file that cannot be read).
     int line = 0;
     int column = 0;
-    // As it was logged; empty while nothing has failed.
+    // As it was logged, if it was; empty while nothing has failed.
     std::string message;
+
+    // What stands for "nothing has failed".
+    static const KwParseError& None() {
+        alignas(KwParseError) static unsigned char place[sizeof(KwParseError)];
+        static const KwParseError& none = *new (place) KwParseError;  // never destroyed: asked for at any time
+        return none;
+    }
 
     // Sets the position to that of `at` in the text that starts at `text`; `at` may be its end.
     void SetPosition(const unsigned char* text, const unsigned char* at) {

@@ -83,6 +83,8 @@ private:
     using Rows = std::map<int, Row, std::less<>, KwDataAllocator<std::pair<const int, Row>>>;
 
     KwDSItem* MakeItem(int row, int col);
+    template <typename Set>
+    bool SetItem(int row, int col, Set set);
     void UpdateInfo(int row, int col);
     void AddValue(int row, int col, const unsigned char* text, int len);
     void ParseRows(const unsigned char* cursor, const unsigned char* end);
