@@ -5,6 +5,7 @@
 #include <pty.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -135,8 +136,11 @@ int HostProcess::Wait() {
     const auto end = Deadline();
     while (std::chrono::steady_clock::now() < end) {
         int status = 0;
-        if (waitpid(pid_, &status, WNOHANG) == pid_) {
+        rusage usage{};
+        if (wait4(pid_, &status, WNOHANG, &usage) == pid_) {
             pid_ = -1;
+            cpuMs_ = (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1000 +
+                     (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1000;
             return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
         }
         if (!Read(5)) std::this_thread::sleep_for(std::chrono::milliseconds(5));

@@ -26,10 +26,11 @@ public:
     void Signal(int number) const;
     // Waits for the end, at most 10 seconds: the exit code, 1000 + the signal that ended it, -1 for neither.
     int Wait();
+    // Processor time that the host took, in milliseconds; after Wait.
+    long CpuMs() const { return cpuMs_; }
     // The terminal's local modes.
     tcflag_t LocalModes() const;
     bool WaitForKeyMode(bool on) const;
-    int Pid() const { return pid_; }
 
 private:
     bool Read(int timeoutMs);
@@ -39,5 +40,6 @@ private:
     int out_ = -1;
     int slave_ = -1;  // keeps the terminal alive when the host is gone
     bool terminal_;
+    long cpuMs_ = 0;
     std::string output_;
 };

@@ -128,7 +128,7 @@ TEST(KwConsoleTest, TheTerminalIsPutBackBySignalsAndAtExit) {
         EXPECT_TRUE(host.WaitForKeyMode(false)) << number;
     }
     HostProcess host(HostProcess::kTerminal, [] {
-        auto* registry = new KwCommand;  // left behind: the exit has to do it
+        static auto* const registry = new KwCommand;  // left behind: the exit has to do it
         registry->Listen();
         std::printf("listening\n");
         return 3;
