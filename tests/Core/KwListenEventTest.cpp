@@ -4,9 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <map>
-#include <mutex>
-#include <set>
 #include <string>
 
 #include "Kw/KwEventBase.h"

@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <set>
+#include <cstdlib>
+#include <fstream>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "Kw/KwTime.h"
+#include "Kw/Res/KwRes.h"
 
 namespace {
 
@@ -156,6 +159,24 @@ TEST(KwOSThreadTest, IdsDifferAndProcessorsAreCounted) {
     EXPECT_NE(other, KwOS::GetCurrentThreadId());
     EXPECT_EQ(KwOS::GetCurrentThreadId(), KwOS::GetCurrentThreadId());
     EXPECT_GE(KwOS::GetCpuCount(), 1);
+}
+
+// The single-instance lock ----------------------------------------------------------------------------------------
+
+TEST(KwOSLockTest, OneInstanceHasTheLockUntilItsProcessEnds) {
+    GTEST_FLAG_SET(death_test_style, "fast");
+    const std::string program = testing::TempDir() + "kwoslock";
+    KwRes::SetProcessFullPath(program.c_str());
+    // A holder that ends without giving anything back.
+    EXPECT_EXIT(std::_Exit(KwOS::CanLockApp() ? 3 : 4), testing::ExitedWithCode(3), "");
+    const bool first = KwOS::CanLockApp();
+    EXPECT_EXIT(std::_Exit(KwOS::CanLockApp() ? 3 : 4), testing::ExitedWithCode(4), "");
+    EXPECT_TRUE(first);
+    EXPECT_FALSE(KwOS::CanLockApp()) << "this process has it already";
+    EXPECT_TRUE(std::ifstream(program + ".lock").is_open());
+    KwRes::SetProcessFullPath((testing::TempDir() + "kwmissing/program").c_str());
+    EXPECT_FALSE(KwOS::CanLockApp());
+    KwRes::SetProcessFullPath("");
 }
 
 }  // namespace
