@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <string>
 
 #include "Kw/KwEventBase.h"
 #include "Kw/KwOS.h"
