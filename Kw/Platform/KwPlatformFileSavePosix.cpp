@@ -60,6 +60,8 @@ public:
     NewVersion& operator=(const NewVersion&) = delete;
 
     int GetFd() const { return fd_; }
+    // Not the old file itself, which is written in place, and no device.
+    bool IsNewFile() const { return beside_[0] != '\0'; }
 
     bool Commit() {
         // To the disk before the name changes hands: a crash must find one of the two versions whole.
@@ -138,12 +140,14 @@ bool FileCopy(const char* from, const char* to) {
     }
     if (ok) {
         NewVersion version(to);
-        const timespec times[2] = {info.st_atim, info.st_mtim};
         ok = version.GetFd() >= 0 && CopyBytes(fd, version.GetFd());
-        if (ok) {
-            if (fchmod(version.GetFd(), info.st_mode & 0777) != 0 || futimens(version.GetFd(), times) != 0) errno = 0;
-            ok = version.Commit();
+        // Permissions and times follow as far as the target's file system takes them.
+        const timespec times[2] = {info.st_atim, info.st_mtim};
+        if (ok && version.IsNewFile() &&
+            (fchmod(version.GetFd(), info.st_mode & 0777) != 0 || futimens(version.GetFd(), times) != 0)) {
+            errno = 0;
         }
+        ok = ok && version.Commit();
     }
     close(fd);
     return ok;

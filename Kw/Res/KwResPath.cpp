@@ -187,8 +187,8 @@ void KwResTable::Reset() {
 KwResPlaces::KwResPlaces(const char* name) : name_(name) {
     if (name == nullptr || name[0] == '\0') return;
     slots_ = !HasDrive(name) && g_table.GetLength(0) >= 0;
-    // At the root of a system without drives: the last place, and the only one without resource paths.
-    rest_ = !slots_ || (IsSeparator(name[0]) && KwPlatform::PathIsRooted(name));
+    rootOnly_ = slots_;
+    rest_ = !rootOnly_ || IsSeparator(name[0]);
     if (!slots_) return;
     if (IsSeparator(*name)) ++name;
     const std::size_t length = std::strlen(name);
@@ -215,7 +215,8 @@ bool KwResPlaces::Next(char* out) {
     slots_ = false;
     if (!rest_) return false;
     rest_ = false;
-    return AsItIs(out, name_);
+    // After the resource paths only what begins at the root of a system without drives.
+    return (!rootOnly_ || KwPlatform::PathIsRooted(name_)) && AsItIs(out, name_);
 }
 
 const char* KwRes::GetResPath(int slot) {

@@ -67,9 +67,10 @@ public:
 
 private:
     const char* name_;
-    int length_ = 0;      // of name_
-    bool plain_ = false;  // MixPath would only turn it as it is
-    bool slots_ = false;  // whether the resource paths are tried
-    bool rest_ = false;   // whether the name as it is is tried in the end
-    int next_ = 0;        // slot to try
+    int length_ = 0;         // of name_
+    bool plain_ = false;     // MixPath would only turn it as it is
+    bool slots_ = false;     // whether the resource paths are tried
+    bool rest_ = false;      // whether the name as it is is tried in the end
+    bool rootOnly_ = false;  // then only if it begins at the root
+    int next_ = 0;           // slot to try
 };

@@ -106,6 +106,12 @@ TEST_F(KwFileFaultTest, AFailedSaveLeavesTheOldFileAndNothingBeside) {
     Free();
     EXPECT_EQ(Get("old"), "old content");
     EXPECT_EQ(CountEntries(), 1);
+    // A device stays what it is as the target of a copy, too.
+    if (access("/dev/null", W_OK) == 0) {
+        const auto before = std::filesystem::status("/dev/null").permissions();
+        EXPECT_TRUE(KwRes::CopyFileTo(Path("old").c_str(), "/dev/null"));
+        EXPECT_EQ(std::filesystem::status("/dev/null").permissions(), before);
+    }
     // A copy is made in the same way.
     Put("large", block);
     Full(1000);

@@ -1,9 +1,12 @@
 #include "Kw/Res/KwRes.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "Kw/KwBuffer.h"
 #include "Kw/Res/KwFile.h"
@@ -203,6 +206,22 @@ TEST_F(KwResTest, TheProcessIsTheRunningProgramUntilItIsSet) {
     EXPECT_EQ(KwRes::GetProcessPath(), path);
     EXPECT_TRUE(KwRes::SetProcessFullPath(""));
     EXPECT_STRNE(KwRes::GetProcessName(), "other");
+}
+
+TEST_F(KwResTest, SeveralThreadsOpenFilesAndAskForTheProgramFirst) {
+    Put("a", "text");
+    ASSERT_TRUE(KwRes::SetProcessFullPath("") && KwRes::SetResPath(folder_.string().c_str(), 0));
+    ASSERT_TRUE(KwRes::SetProcessFullPath(""));
+    std::vector<std::thread> threads;
+    std::atomic<int> good{0};
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&good] {
+            const std::string path = KwRes::GetProcessPath();
+            for (int round = 0; round < 50; ++round) good += Read("a") == "text" && path == KwRes::GetProcessPath();
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(good, 200);
 }
 
 TEST_F(KwResTest, FoldersAreMadeUpToTheEndThatIsAskedFor) {
