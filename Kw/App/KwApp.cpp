@@ -36,7 +36,8 @@ KwAppClass::KwAppClass(const KwAppClass& other)
       commandThread_(other.commandThread_),
       lastTick_(other.lastTick_),
       name_(other.name_),
-      stopBySignal_(other.stopBySignal_) {}
+      stopBySignal_(other.stopBySignal_),
+      passSleep_(other.passSleep_) {}
 
 KwAppClass& KwAppClass::operator=(const KwAppClass& other) {
     if (this == &other) return *this;
@@ -46,6 +47,7 @@ KwAppClass& KwAppClass::operator=(const KwAppClass& other) {
     lastTick_ = other.lastTick_;
     name_ = other.name_;
     stopBySignal_ = other.stopBySignal_;
+    passSleep_ = other.passSleep_;
     return *this;
 }
 
@@ -124,7 +126,7 @@ void KwAppClass::Run(int passesPerSleep) {
         if (catching_ && KwPlatform::SignalStopRequested()) SetRunning(false);
         if (!IsRunning()) return;
         if (++passes > limit - 1) {
-            KwPlatform::SleepMs(1);
+            KwPlatform::SleepMs(passSleep_);
             passes = 0;
         }
         Pass();

@@ -7,8 +7,8 @@
 // may add and remove commands, their own too, and may call Do, Listen and OnEvent.
 // The registry holds no references: a target outlives its commands. A target that was registered by Attack
 // before Add may also die earlier; its commands then count as not found.
-// Thread-safety: every operation from any thread; one line is executed at a time. What FindCommand returns
-// is valid until the command is removed. ShowInfo locks nothing.
+// Thread-safety: every operation from any thread, Listen and InputPassword from one at a time. One line is executed at
+// a time. What FindCommand returns is valid until the command is removed. ShowInfo locks nothing.
 #pragma once
 
 #include <atomic>

@@ -54,7 +54,8 @@ bool TerminalEnterKeyMode() {
     modes.c_cc[VMIN] = 1;
     modes.c_cc[VTIME] = 0;
     g_inKeyMode.store(true, std::memory_order_release);
-    if (tcsetattr(STDIN_FILENO, TCSADRAIN, &modes) != 0) {
+    // Without waiting for output: a terminal that is held by Ctrl+S must not hold the main loop.
+    if (tcsetattr(STDIN_FILENO, TCSANOW, &modes) != 0) {
         g_inKeyMode.store(false, std::memory_order_release);
         return false;
     }

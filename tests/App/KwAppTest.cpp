@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -176,6 +177,20 @@ TEST(KwAppTest, AConfigurationThatDoesNotLoadEndsInitAtOnce) {
         std::remove(broken.c_str());
         Require(app.GetCommand() == nullptr && !app.IsRunning(), "nothing was made");
         Expect("");
+    });
+}
+
+TEST(KwAppTest, TheLoopSleepsOnceInSoManyPasses) {
+    InOwnProcess([] {
+        App app;
+        app.Init(nullptr, false, false);
+        app.passes = 7;
+        app.SetPassSleep(100);
+        const auto start = std::chrono::steady_clock::now();
+        app.Run(3);
+        const auto took = std::chrono::steady_clock::now() - start;
+        Require(took >= std::chrono::milliseconds(200), "passes 3 and 6 begin with a sleep");
+        Require(took < std::chrono::milliseconds(650), "the others do not");
     });
 }
 

@@ -128,7 +128,9 @@ TEST(KwConsoleTest, TheTerminalIsPutBackBySignalsAndAtExit) {
         EXPECT_TRUE(host.WaitForKeyMode(false)) << number;
     }
     HostProcess host(HostProcess::kTerminal, [] {
-        static auto* const registry = new KwCommand;  // left behind: the exit has to do it
+        // Never destroyed: the exit has to do it.
+        alignas(KwCommand) static unsigned char memory[sizeof(KwCommand)];
+        auto* registry = new (memory) KwCommand;
         registry->Listen();
         std::printf("listening\n");
         return 3;
