@@ -1,0 +1,3 @@
+#include "Kw/KwVersion.h"
+
+const char* Kw_Version() { return KW_VERSION; }

@@ -1,0 +1,81 @@
+#include "StoreApp.h"
+
+#include <cstdio>
+
+bool StoreApp::OnInit(KwDS* config) {
+    AddPaths(config);
+    // A table that is missing is reported and leaves the others usable.
+    tables_.Open(config);
+    KwCommand* commands = GetCommand();
+    commands->Add("table.list", this, &StoreApp::OnTableList, "the open tables");
+    commands->Add("table.count", this, &StoreApp::OnTableCount, "TABLE: its number of rows");
+    commands->Add("table.row", this, &StoreApp::OnTableRow, "TABLE,N: row N");
+    commands->Add("table.find", this, &StoreApp::OnTableFind, "TABLE,TEXT[,COLUMN]: rows with that cell");
+    commands->Add("info.memory", this, &StoreApp::OnInfoMemory, "the allocator's counters");
+    commands->Add("info.version", this, &StoreApp::OnInfoVersion, "the library's version");
+    commands->Add("log.file", this, &StoreApp::OnLogFile, "[PATH]: log to a file, without PATH to the console");
+    return true;
+}
+
+void StoreApp::OnPreRun() {
+    std::printf("%s is running; \"help\" lists the commands, \"exit\" stops it\n", GetAppName().c_str());
+    std::fflush(stdout);
+}
+
+void StoreApp::OnClose() {
+    std::printf("%s stops\n", GetAppName().c_str());
+    std::fflush(stdout);
+}
+
+bool StoreApp::CanStopApp() { return PostQuestionStopApp(GetAppName().c_str(), "Stop the store?"); }
+
+void StoreApp::AddPaths(KwDS* config) {
+    KwDS* paths = config == nullptr ? nullptr : config->GetStruct("Paths");
+    if (paths == nullptr) return;
+    for (int i = 1; i <= paths->GetArraySize(); ++i) KwRes::SetResPath(paths->GetString(i, nullptr, ""), -1);
+}
+
+void StoreApp::OnTableList(const std::string&, KwCmd*) {
+    tables_.List();
+    std::fflush(stdout);
+}
+
+void StoreApp::OnTableCount(const std::string&, KwCmd* params) {
+    tables_.Count(params->GetString(1, ""));
+    std::fflush(stdout);
+}
+
+void StoreApp::OnTableRow(const std::string&, KwCmd* params) {
+    tables_.Row(params->GetString(1, ""), params->GetInt(2, 0));
+    std::fflush(stdout);
+}
+
+void StoreApp::OnTableFind(const std::string&, KwCmd* params) {
+    tables_.Find(params->GetString(1, ""), params->GetString(2, ""), params->GetString(3, nullptr));
+    std::fflush(stdout);
+}
+
+void StoreApp::OnInfoMemory(const std::string&, KwCmd*) {
+    double held = 0;
+    double allocated = 0;
+    KwMemory::QueryInfo(&held, &allocated, nullptr);
+    std::printf("%.0f bytes held from the system, %.0f bytes handed out since the start\n", held, allocated);
+    std::fflush(stdout);
+}
+
+void StoreApp::OnInfoVersion(const std::string&, KwCmd*) {
+    std::printf("Kw %s\n", Kw_Version());
+    std::fflush(stdout);
+}
+
+void StoreApp::OnLogFile(const std::string&, KwCmd* params) {
+    const char* path = params->GetString(1, "");
+    if (path[0] == '\0') {
+        KwLogSystem::SetOutputLogConsole(false);
+        std::printf("the log goes to the console\n");
+    } else {
+        KwLogSystem::SetOutputLogFile(path, true);
+        std::printf("the log goes to %s\n", path);
+    }
+    std::fflush(stdout);
+}

@@ -1,0 +1,29 @@
+// StoreApp: kwstore's application object: its configuration, its tables and its console commands.
+#pragma once
+
+#include <string>
+
+#include <Kw/Kw.h>
+
+#include "StoreTables.h"
+
+class StoreApp : public KwAppClass {
+protected:
+    bool OnInit(KwDS* config) override;
+    void OnPreRun() override;
+    void OnClose() override;
+    // Asks at a terminal; without one nobody could answer, and the store stops.
+    bool CanStopApp() override;
+
+private:
+    void AddPaths(KwDS* config);
+    void OnTableList(const std::string& name, KwCmd* params);
+    void OnTableCount(const std::string& name, KwCmd* params);
+    void OnTableRow(const std::string& name, KwCmd* params);
+    void OnTableFind(const std::string& name, KwCmd* params);
+    void OnInfoMemory(const std::string& name, KwCmd* params);
+    void OnInfoVersion(const std::string& name, KwCmd* params);
+    void OnLogFile(const std::string& name, KwCmd* params);
+
+    StoreTables tables_;
+};

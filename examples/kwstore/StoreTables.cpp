@@ -1,0 +1,91 @@
+#include "StoreTables.h"
+
+#include <cstdio>
+#include <string_view>
+
+namespace {
+
+std::string_view Cell(const KwTablePtr& table, int row, int column) {
+    unsigned int length = 0;
+    const char* text = table.GetData(row - 1, column - 1, nullptr, &length);
+    return text == nullptr ? std::string_view() : std::string_view(text, length);
+}
+
+}  // namespace
+
+bool StoreTables::Open(KwDS* config) {
+    KwDS* list = config == nullptr ? nullptr : config->GetStruct("Tables");
+    bool all = true;
+    for (int i = 1; list != nullptr && i <= list->GetArraySize(); ++i) {
+        KwDS* entry = list->GetStruct(i);
+        const std::string name = entry == nullptr ? "" : entry->GetString("name", nullptr, "");
+        const char* file = entry == nullptr ? "" : entry->GetString("file", nullptr, "");
+        if (!tables_[name].Load(file)) {
+            tables_.erase(name);
+            all = KwLogSystem::PushRes("table \"%s\" (entry %d of Tables) is not open", name.c_str(), i);
+        }
+    }
+    return all;
+}
+
+const KwTablePtr* StoreTables::Get(const char* name) const {
+    const auto found = tables_.find(std::string_view(name));
+    if (found != tables_.end()) return &found->second;
+    std::printf("no table \"%s\"; table.list shows them\n", name);
+    return nullptr;
+}
+
+void StoreTables::List() const {
+    for (const auto& [name, table] : tables_) {
+        std::printf("%s: %d rows, %d columns\n", name.c_str(), table.GetRowNum(), table.GetColumnNum());
+    }
+    std::printf("%zu tables\n", tables_.size());
+}
+
+void StoreTables::Count(const char* name) const {
+    if (const KwTablePtr* table = Get(name)) std::printf("%d\n", table->GetRowNum());
+}
+
+void StoreTables::Row(const char* name, int row) const {
+    const KwTablePtr* table = Get(name);
+    if (table == nullptr) return;
+    if (row < 1 || row > table->GetRowNum()) {
+        std::printf("no row %d; %s has %d\n", row, name, table->GetRowNum());
+        return;
+    }
+    PrintRow(*table, row);
+}
+
+void StoreTables::Find(const char* name, const char* text, const char* column) const {
+    const KwTablePtr* table = Get(name);
+    if (table == nullptr) return;
+    int first = 1;
+    int last = table->GetColumnNum();
+    if (column != nullptr) {
+        first = last = table->FindColumn(column, 1);
+        if (first == 0) {
+            std::printf("no column \"%s\" in the first row of %s\n", column, name);
+            return;
+        }
+    }
+    int found = 0;
+    for (int row = 1; row <= table->GetRowNum(); ++row) {
+        for (int at = first; at <= last; ++at) {
+            if (Cell(*table, row, at) != text) continue;
+            PrintRow(*table, row);
+            ++found;
+            break;
+        }
+    }
+    if (found == 0) std::printf("nothing found\n");
+}
+
+void StoreTables::PrintRow(const KwTablePtr& table, int row) {
+    std::printf("row %d\n", row);
+    for (int column = 1; column <= table.GetColumnNum(); ++column) {
+        const std::string_view title = Cell(table, 1, column);
+        const std::string_view value = Cell(table, row, column);
+        std::printf("  %.*s: %.*s\n", static_cast<int>(title.size()), title.data(), static_cast<int>(value.size()),
+                    value.data());
+    }
+}

@@ -1,0 +1,31 @@
+// StoreTables: the tab-separated tables that kwstore serves, by name.
+//
+// Thread-safety: none; the main thread owns it.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+
+#include <Kw/Kw.h>
+
+class StoreTables {
+public:
+    // Opens the tables of the document's list "Tables": documents with a `name` and a `file`. False when one
+    // cannot be read; the others are open then.
+    bool Open(KwDS* config);
+
+    // Each answers on standard output.
+    void List() const;
+    void Count(const char* name) const;
+    // Prints row `row`, counted from 1 with the header row.
+    void Row(const char* name, int row) const;
+    // Prints the rows with a cell that is `text`; in the column of that name, or in any when it is null.
+    void Find(const char* name, const char* text, const char* column) const;
+
+private:
+    const KwTablePtr* Get(const char* name) const;
+    static void PrintRow(const KwTablePtr& table, int row);
+
+    std::map<std::string, KwTablePtr, std::less<>> tables_;
+};
