@@ -15,5 +15,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/KwConfigVersion.cmake COM
 install(FILES ${PROJECT_BINARY_DIR}/KwConfig.cmake ${PROJECT_BINARY_DIR}/KwConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Kw)
 
+# Relative to the file's own place, so that the tree can be installed and moved anywhere.
+file(RELATIVE_PATH kw_pc_to_prefix /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/Kw.pc.in ${PROJECT_BINARY_DIR}/Kw.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/Kw.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -27,7 +27,9 @@ void StoreApp::OnClose() {
     std::fflush(stdout);
 }
 
-bool StoreApp::CanStopApp() { return PostQuestionStopApp(GetAppName().c_str(), "Stop the store?"); }
+bool StoreApp::CanStopApp() {
+    return PostQuestionStopApp(GetAppName().c_str(), "Stop the store?");
+}
 
 void StoreApp::AddPaths(KwDS* config) {
     KwDS* paths = config == nullptr ? nullptr : config->GetStruct("Paths");
@@ -72,10 +74,9 @@ void StoreApp::OnLogFile(const std::string&, KwCmd* params) {
     const char* path = params->GetString(1, "");
     if (path[0] == '\0') {
         KwLogSystem::SetOutputLogConsole(false);
-        std::printf("the log goes to the console\n");
     } else {
         KwLogSystem::SetOutputLogFile(path, true);
-        std::printf("the log goes to %s\n", path);
     }
-    std::fflush(stdout);
+    // Shows up where the log goes now: on the console when the file could not be opened.
+    KwLogSystem::Push("log opened by %s", GetAppName().c_str());
 }

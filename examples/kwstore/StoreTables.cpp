@@ -59,6 +59,10 @@ void StoreTables::Row(const char* name, int row) const {
 void StoreTables::Find(const char* name, const char* text, const char* column) const {
     const KwTablePtr* table = Get(name);
     if (table == nullptr) return;
+    if (text[0] == '\0') {
+        std::printf("say what to look for: table.find TABLE,TEXT[,COLUMN]\n");
+        return;
+    }
     int first = 1;
     int last = table->GetColumnNum();
     if (column != nullptr) {
