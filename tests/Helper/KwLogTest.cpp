@@ -5,7 +5,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -100,9 +99,9 @@ TEST_F(KwLogTest, LinesCarryStampHooksAndText) {
     fs::resize_file(log.file, 0);
     for (log.stamp = 0; log.stamp < 4; ++log.stamp) log.Write("x", 1);
     log.Close();
-    EXPECT_TRUE(std::regex_match(Read(log.file),
-                                 std::regex(R"(x\n\[\d\d_\d\d_\d\d\]x\n\[\d\d_\d\d_\d\d/\d\d/\d\d/\d{4}\]x\nx\n)")))
-        << Read(log.file);
+    std::string shape = Read(log.file);
+    for (char& ch : shape) ch = ch >= '0' && ch <= '9' ? '9' : ch;
+    EXPECT_EQ(shape, "x\n[99_99_99]x\n[99_99_99/99/99/9999]x\nx\n");
 }
 
 TEST_F(KwLogTest, AFormatThatFailsLeavesAnEmptyLineAndAMessage) {
