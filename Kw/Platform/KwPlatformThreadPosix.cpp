@@ -106,9 +106,8 @@ void ThreadDetach(Thread* thread) {
 }
 
 unsigned int ThreadCurrentId() {
-    [[gnu::tls_model("initial-exec")]] static thread_local unsigned int id = 0;
-    if (id == 0) id = static_cast<unsigned int>(syscall(SYS_gettid));
-    return id;
+    // Not remembered: a child process made by fork has another one.
+    return static_cast<unsigned int>(syscall(SYS_gettid));
 }
 
 void ThreadYield() {

@@ -184,6 +184,16 @@ TEST_F(KwLogSystemTest, AFileThatIsLostIsTakenUpAgain) {
     EXPECT_EQ(Read(file), "line 101\n");
 }
 
+TEST_F(KwLogSystemTest, AFullDiskIsReportedOnce) {
+    if (!fs::exists("/dev/full")) GTEST_SKIP() << "this system has no device that is always full";
+    const std::string shown = Console([] {
+        KwLogSystem::SetOutputLogFile("/dev/full", false);
+        for (int i = 0; i < 1000; ++i) KwLogSystem::Push("line");
+    });
+    EXPECT_EQ(Lines(shown).size(), 1u) << shown;
+    EXPECT_EQ(shown.substr(0, 35), "Set Log file error not append file ");
+}
+
 TEST_F(KwLogSystemTest, RelativeNamesStandUnderTheFirstResourcePath) {
     Console([this] { EXPECT_TRUE(KwRes::SetResPath(folder.c_str(), 0)); });
     KwLogSystem::SetOutputLogFile("relative.log", false);
