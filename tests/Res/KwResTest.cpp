@@ -269,6 +269,25 @@ TEST_F(KwResTest, RenamingNeverReplaces) {
     EXPECT_TRUE(TakeLog().empty());
 }
 
+TEST_F(KwResTest, AFileMovesToAnotherVolume) {
+    const std::string other = "/dev/shm/kw-res-test-" + std::to_string(testing::UnitTest::GetInstance()->random_seed());
+    Put("a", "content");
+    std::error_code error;
+    std::filesystem::rename(folder_ / "a", other, error);
+    if (error != std::errc::cross_device_link) {
+        std::filesystem::remove(other, error);
+        GTEST_SKIP() << "no second volume at /dev/shm";
+    }
+    EXPECT_TRUE(KwRes::MoveFileW(Path("a").c_str(), other.c_str()));
+    EXPECT_EQ(Read(other), "content");
+    EXPECT_EQ(CountEntries(), 0);
+    Put("a", "newer");
+    EXPECT_FALSE(KwRes::MoveFileW(Path("a").c_str(), other.c_str()));
+    EXPECT_EQ(Read(other), "content");
+    EXPECT_EQ(Get("a"), "newer");
+    EXPECT_TRUE(KwRes::DeleteFileW(other.c_str()));
+}
+
 TEST_F(KwResTest, SavingAndCopyingReplaceTheFileAndKeepWhatItIs) {
     EXPECT_TRUE(KwRes::SaveFile(Path("a").c_str(), "first", 5));
     std::filesystem::permissions(folder_ / "a",
