@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -165,7 +167,7 @@ TEST(KwOSThreadTest, IdsDifferAndProcessorsAreCounted) {
 
 TEST(KwOSLockTest, OneInstanceHasTheLockUntilItsProcessEnds) {
     GTEST_FLAG_SET(death_test_style, "fast");
-    const std::string program = testing::TempDir() + "kwoslock";
+    const std::string program = testing::TempDir() + "kwoslock" + std::to_string(std::random_device{}());
     KwRes::SetProcessFullPath(program.c_str());
     // A holder that ends without giving anything back.
     EXPECT_EXIT(std::_Exit(KwOS::CanLockApp() ? 3 : 4), testing::ExitedWithCode(3), "");
@@ -177,6 +179,7 @@ TEST(KwOSLockTest, OneInstanceHasTheLockUntilItsProcessEnds) {
     KwRes::SetProcessFullPath((testing::TempDir() + "kwmissing/program").c_str());
     EXPECT_FALSE(KwOS::CanLockApp());
     KwRes::SetProcessFullPath("");
+    std::remove((program + ".lock").c_str());
 }
 
 }  // namespace

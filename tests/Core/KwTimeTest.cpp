@@ -9,6 +9,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <random>
 
 #include "Kw/KwDefine.h"
 
@@ -188,7 +189,7 @@ TEST_F(KwTimeZoneTest, WhatIsNoDateIsNoFileTime) {
 }
 
 TEST_F(KwTimeZoneTest, TimesOfAFileAreSetByNameInBothWidths) {
-    const std::string path = testing::TempDir() + "kwtimetest.tmp";
+    const std::string path = testing::TempDir() + "kwtimetest" + std::to_string(std::random_device{}());
     const KwWString wide(path.begin(), path.end());
     std::ofstream(path) << "x";
     void* const none = reinterpret_cast<void*>(static_cast<std::intptr_t>(-1));

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <random>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -49,7 +50,7 @@ protected:
     }
     void ToFile(bool withTime = false) { KwLogSystem::SetOutputLogFile(file.c_str(), withTime); }
 
-    fs::path folder = fs::path(testing::TempDir()) / "kwlogsystem";
+    fs::path folder = fs::path(testing::TempDir()) / ("kwlogsystem" + std::to_string(std::random_device{}()));
     std::string file = (folder / "system.log").string();
 };
 

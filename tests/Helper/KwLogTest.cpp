@@ -5,6 +5,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <thread>
 
@@ -47,7 +48,7 @@ protected:
     }
     ~KwLogTest() override {
         log.Close();
-        fs::remove_all(folder);
+        fs::remove_all(folder.parent_path());
     }
     std::string Path(const char* name) const { return (folder / name).string(); }
     bool Init(int lines, unsigned int seconds, bool withLock = false) {
@@ -59,7 +60,7 @@ protected:
         return text.str();
     }
 
-    fs::path folder = fs::path(testing::TempDir()) / "kwlog" / "logs";
+    fs::path folder = fs::path(testing::TempDir()) / ("kwlog" + std::to_string(std::random_device{}())) / "logs";
     TestLog log;
 };
 
