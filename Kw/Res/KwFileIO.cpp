@@ -160,7 +160,7 @@ bool KwFile::WriteLine(const char* text, int) {
     // Text and line end are written as one, or not at all.
     char line[512];
     if (length < sizeof(line)) {
-        if (length > 0) std::memcpy(line, text, length);
+        std::copy_n(text, length, line);
         line[length] = '\n';
         return Write(line, static_cast<unsigned int>(length + 1));
     }

@@ -125,8 +125,8 @@ const char* KwRes::FilterExt(const char* path, int len) {
     if (path == nullptr) return "";
     len = LengthOf(path, len);
     const char* name = FilterName(path, len);
-    for (const char* dot = path + len - 1; dot > name; --dot) {
-        if (*dot == '.') return dot;
+    for (const char* end = path + len; end - name > 1; --end) {
+        if (end[-1] == '.') return end - 1;
     }
     return path + len;
 }

@@ -1,7 +1,6 @@
 #include "Kw/Res/KwStreamShare.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "Kw/KwBuffer.h"
 #include "Kw/Res/KwFile.h"
@@ -26,8 +25,8 @@ void KwStreamShare::Clear() {
 bool KwStreamShare::Keep(KwBuffer* buffer) {
     if (count_ == room_) {
         const int room = room_ + 8;
-        void* grown = KwMemory::Realloc(
-            idle_, static_cast<unsigned int>(sizeof(KwBuffer*)) * static_cast<unsigned int>(room), nullptr, 0);
+        const unsigned int bytes = static_cast<unsigned int>(room) * static_cast<unsigned int>(sizeof(void*));
+        void* grown = KwMemory::Realloc(idle_, bytes, nullptr, 0);
         if (grown == nullptr) return false;
         idle_ = static_cast<KwBuffer**>(grown);
         room_ = room;
@@ -48,7 +47,7 @@ KwBuffer* KwStreamShare::ReadWhole(KwFile& file) {
         if (idle_[i]->GetData() == nullptr || idle_[i]->GetSize() < size) continue;
         buffer = idle_[i];
         --count_;
-        std::memmove(idle_ + i, idle_ + i + 1, sizeof(KwBuffer*) * static_cast<std::size_t>(count_ - i));
+        std::copy(idle_ + i + 1, idle_ + count_ + 1, idle_ + i);
     }
     if (buffer == nullptr) buffer = new KwBuffer;
     if (buffer == nullptr) return nullptr;
