@@ -1,5 +1,6 @@
 // KwRes: path text.
 #include <cstring>
+#include <initializer_list>
 
 #include "Kw/Platform/KwPlatformFile.h"
 #include "Kw/Res/KwRes.h"
@@ -132,7 +133,10 @@ const char* KwRes::FilterExt(const char* path, int len) {
 }
 
 void KwRes::ExtractPathName(const char* full, char* dir, char* name, char* ext) {
-    if (full == nullptr) full = "";
+    if (full == nullptr) {
+        for (char* out : {dir, name, ext}) CopyPart(out, "", 0);
+        return;
+    }
     const char* bare = FilterName(full, -1);
     const char* dot = FilterExt(full, -1);
     CopyPart(dir, full, static_cast<std::size_t>(bare - full));

@@ -105,6 +105,8 @@ TEST(KwResPathTest, APathIsTakenApartAndTogetherAgain) {
     char name[KwRes::kPathSize];
     KwRes::ExtractPathName(longName.c_str(), nullptr, name, nullptr);
     EXPECT_EQ(std::strlen(name), KwRes::kPathSize - 1u);
+    KwRes::ExtractPathName(nullptr, nullptr, name, nullptr);
+    EXPECT_STREQ(name, "");
 }
 
 }  // namespace
