@@ -8,6 +8,7 @@
 
 #include "Kw/KwInf.h"
 #include "Kw/KwModuleEngine.h"
+#include "Kw/KwStaticLock.h"
 
 namespace {
 
@@ -34,7 +35,7 @@ private:
 };
 
 constinit std::atomic<CKwGLBValue*> g_store{nullptr};
-constinit std::mutex g_creation;
+constinit KwStaticLock g_creation;
 
 class StoreModule : public KwModuleEngine {
 public:
@@ -50,7 +51,7 @@ public:
 CKwGLBValue* GetOrCreate() {
     CKwGLBValue* store = g_store.load(std::memory_order_acquire);
     if (store != nullptr) return store;
-    const std::lock_guard<std::mutex> guard(g_creation);
+    const std::lock_guard<KwStaticLock> guard(g_creation);
     store = g_store.load(std::memory_order_relaxed);
     if (store != nullptr) return store;
     store = new CKwGLBValue;

@@ -7,6 +7,7 @@
 #include "Kw/Helper/KwLogSystem.h"
 #include "Kw/KwListenEvent.h"
 #include "Kw/KwModuleEngine.h"
+#include "Kw/KwStaticLock.h"
 #include "Kw/Platform/KwPlatformClock.h"
 #include "Kw/Platform/KwPlatformFile.h"
 #include "Kw/Platform/KwPlatformThread.h"
@@ -90,7 +91,7 @@ ThreadState* CheckThread(void* thread) {
 
 // Killed threads whose end has not been seen. Their state is freed then, not before: a thread runs on for a
 // moment after the kill, and its body holds a reference to the flag.
-constinit std::mutex g_killedMutex;
+constinit KwStaticLock g_killedMutex;
 constinit ThreadState* g_killed = nullptr;
 constinit bool g_killedPosted = false;
 
@@ -116,7 +117,7 @@ public:
         // One that does not end hangs in the system; its state is left behind.
         for (int i = 0; i < 1000; ++i) {
             {
-                const std::lock_guard<std::mutex> guard(g_killedMutex);
+                const std::lock_guard<KwStaticLock> guard(g_killedMutex);
                 FreeEndedThreads();
                 if (i == 999) g_killed = nullptr;
                 if (g_killed == nullptr) {
@@ -184,7 +185,7 @@ void KwOS::KillService(void* thread) {
     state->tag = 0;
     KwModuleEngine* module = nullptr;
     {
-        const std::lock_guard<std::mutex> guard(g_killedMutex);
+        const std::lock_guard<KwStaticLock> guard(g_killedMutex);
         FreeEndedThreads();
         if (!g_killedPosted) {
             module = new KilledThreads;

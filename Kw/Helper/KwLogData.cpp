@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "Kw/KwModuleEngine.h"
+#include "Kw/KwStaticLock.h"
 #include "Kw/Platform/KwPlatformClock.h"
 #include "Kw/Platform/KwPlatformFile.h"
 #include "Kw/Res/KwRes.h"
@@ -13,7 +14,7 @@
 namespace {
 
 constinit std::atomic<CLogData*> g_state{nullptr};
-constinit std::mutex g_creation;
+constinit KwStaticLock g_creation;
 
 // Carries the state through the library's release.
 class LogModule : public KwModuleEngine {
@@ -40,7 +41,7 @@ bool IsNull(List& args) {
 CLogData& CLogData::Get() {
     CLogData* state = g_state.load(std::memory_order_acquire);
     if (state != nullptr) return *state;
-    const std::lock_guard<std::mutex> guard(g_creation);
+    const std::lock_guard<KwStaticLock> guard(g_creation);
     state = g_state.load(std::memory_order_relaxed);
     if (state == nullptr) {
         LogModule* module = new (g_room) LogModule;
