@@ -6,6 +6,8 @@ bool StoreApp::OnInit(KwDS* config) {
     AddPaths(config);
     // A table that is missing is reported and leaves the others usable.
     tables_.Open(config);
+    // Nobody at a console notices 5 ms, and an idle store costs next to no processor time.
+    SetPassSleep(5);
     KwCommand* commands = GetCommand();
     commands->Add("table.list", this, &StoreApp::OnTableList, "the open tables");
     commands->Add("table.count", this, &StoreApp::OnTableCount, "TABLE: its number of rows");
