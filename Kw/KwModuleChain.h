@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "Kw/KwModuleEngine.h"
+#include "Kw/KwStaticLock.h"
 
 class KwModuleChain {
 public:
@@ -17,7 +18,7 @@ public:
 
 private:
     // Constant-initialised: the chain is used before and after the constructors of this library run.
-    std::mutex mutex_;
+    KwStaticLock mutex_;
     KwModuleEngine* newest_ = nullptr;
     std::atomic<bool> initialised_{false};
 };

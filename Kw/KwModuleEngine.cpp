@@ -12,7 +12,7 @@ KwModuleChain& KwModuleChain::Get() {
 
 void KwModuleChain::Post(KwModuleEngine* module) {
     if (module == nullptr) return;
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::lock_guard<KwStaticLock> guard(mutex_);
     module->older_ = newest_;
     newest_ = module;
 }

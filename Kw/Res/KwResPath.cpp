@@ -102,7 +102,7 @@ void KwResTable::Store(int slot, const char* path, int length) {
 
 void KwResTable::FillProcess() {
     if (processKnown_.load(std::memory_order_acquire)) return;
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::lock_guard<KwStaticLock> guard(mutex_);
     if (processKnown_.load(std::memory_order_relaxed)) return;
     PostReleaseOnce();
     const std::string full = KwPlatform::ExecutablePath();
@@ -140,14 +140,14 @@ bool KwResTable::SetProcess(const char* path, const char* name) {
     if (name != nullptr && (name[0] == '\0' || std::strlen(name) >= sizeof(processName_))) return false;
     // What the caller does not set comes from the system.
     FillProcess();
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::lock_guard<KwStaticLock> guard(mutex_);
     if (path != nullptr) CopyText(processPath_, folder);
     if (name != nullptr) CopyText(processName_, name);
     return true;
 }
 
 void KwResTable::ForgetProcess() {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::lock_guard<KwStaticLock> guard(mutex_);
     processKnown_.store(false, std::memory_order_relaxed);
     std::memset(processPath_, 0, sizeof(processPath_));
     std::memset(processName_, 0, sizeof(processName_));
@@ -155,7 +155,7 @@ void KwResTable::ForgetProcess() {
 
 const char* KwResTable::GetSyncProjectPath() {
     if (!syncKnown_.load(std::memory_order_acquire)) {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const std::lock_guard<KwStaticLock> guard(mutex_);
         if (!syncKnown_.load(std::memory_order_relaxed)) {
             PostReleaseOnce();
             std::string value;
@@ -178,7 +178,7 @@ void KwResTable::Reset() {
         std::memset(slot.path, 0, sizeof(slot.path));
     }
     ForgetProcess();
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::lock_guard<KwStaticLock> guard(mutex_);
     syncKnown_.store(false, std::memory_order_release);
     syncSet_ = false;
     posted_.store(false);

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <mutex>
 
+#include "Kw/KwStaticLock.h"
 #include "Kw/Platform/KwPlatformFile.h"
 #include "Kw/Res/KwRes.h"
 
@@ -42,7 +43,7 @@ private:
     void Reset();
 
     Slot slots_[KwRes::kResPathCount];
-    std::mutex mutex_;  // of what follows
+    KwStaticLock mutex_;  // of what follows
     std::atomic<bool> processKnown_{false};
     char processPath_[KwRes::kPathSize] = "";
     char processName_[KwRes::kPathSize] = "";
