@@ -1,6 +1,7 @@
 #include "Kw/KwFormat.h"
 
 #include <climits>
+#include <cmath>
 #include <cstdint>
 #include <type_traits>
 
@@ -138,15 +139,13 @@ public:
             if (format != start) sink_.Put(start, static_cast<std::size_t>(format - start));
             if (*format == 0) return true;
             ++format;
-            KwFormatSpec spec;
             // A conversion letter right behind the '%' is by far the most common form.
-            if (*format < 'A' || *format == 'I' || *format == 'L' || *format >= 'h') {
-                if (PutPlain(*format)) {
-                    ++format;
-                    continue;
-                }
-                if (!ReadSpec(format, args_, spec)) return false;
+            if (PutPlain(*format)) {
+                ++format;
+                continue;
             }
+            KwFormatSpec spec;
+            if (!ReadSpec(format, args_, spec)) return false;
             if (!Convert(*format, spec)) return false;
             ++format;
         }
@@ -164,6 +163,7 @@ private:
                 return true;
             }
             case 'u': PutInteger(va_arg(args_.list, unsigned int), false); return true;
+            case 'f': PutDouble(va_arg(args_.list, double)); return true;
             case '%': sink_.Put(conversion); return true;
             default: return false;
         }
@@ -195,7 +195,7 @@ private:
                 if (spec.size == KwFormatSize::LongDouble) {
                     PutLongDouble(spec, static_cast<char>(conversion));
                 } else {
-                    PutDouble(spec, static_cast<char>(conversion));
+                    PutDouble(spec, static_cast<char>(conversion), va_arg(args_.list, double));
                 }
                 return true;
             case 's':
@@ -209,10 +209,10 @@ private:
     }
 
     void PutInteger(std::uint64_t magnitude, bool negative) {
-        char room[KwFormatNumber::kIntegerRoom];
-        char* const end = room + sizeof(room);
-        char* start = KwFormatNumber::PutDecimal(end, magnitude);
-        if (negative) *--start = '-';
+        char room[1 + KwFormatNumber::kIntegerRoom];
+        room[0] = '-';
+        const char* const end = KwFormatNumber::PutDecimal(room + 1, magnitude);
+        const char* const start = negative ? room : room + 1;
         sink_.PutAscii(start, static_cast<std::size_t>(end - start));
     }
 
@@ -236,8 +236,17 @@ private:
         PutPieces(spec, pieces);
     }
 
-    void PutDouble(const KwFormatSpec& spec, char conversion) {
-        const double value = va_arg(args_.list, double);
+    // %f without any spec.
+    void PutDouble(double value) {
+        char room[1 + KwFormatNumber::kFixedRoom];
+        room[0] = '-';
+        const char* const end = KwFormatNumber::PutFixed(room + 1, value, 6);
+        if (end == nullptr) return PutDouble(KwFormatSpec(), 'f', value);
+        const char* const start = std::signbit(value) ? room : room + 1;
+        sink_.PutAscii(start, static_cast<std::size_t>(end - start));
+    }
+
+    [[gnu::noinline]] void PutDouble(const KwFormatSpec& spec, char conversion, double value) {
         char room[KwFormatNumber::kDoubleRoom];
         KwFormatPieces pieces;
         KwFormatNumber::MakeFloat(pieces, spec, conversion, value, room);

@@ -15,7 +15,9 @@ namespace {
 constexpr int kMantissaBits = 52;
 constexpr std::uint64_t kMantissaMask = (std::uint64_t{1} << kMantissaBits) - 1;
 
-constexpr std::uint32_t kPowersOfTen[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000, 1000000000};
+constexpr int kFixedDecimals = 8;  // most that PutFixed takes
+constexpr std::uint32_t kPowersOfTen[kFixedDecimals + 1] = {1,      10,      100,      1000,     10000,
+                                                            100000, 1000000, 10000000, 100000000};
 
 // Digits behind these positions are zeros: the last one of the smallest number, and the longest run of significant
 // ones. What a caller asks for beyond them is only counted.
@@ -204,7 +206,7 @@ void Make(KwFormatPieces& pieces, const KwFormatSpec& spec, char conversion, T v
 char* PutFixed(char* out, double value, int decimals) {
     const std::uint64_t bits = std::bit_cast<std::uint64_t>(value);
     const int biased = static_cast<int>(bits >> kMantissaBits & 0x7FF);
-    if (decimals > 9 || biased >= 1023 + 63) return nullptr;
+    if (decimals > kFixedDecimals || biased >= 1023 + 63) return nullptr;
     const std::uint64_t mantissa =
         (bits & kMantissaMask) | (biased != 0 ? std::uint64_t{1} << kMantissaBits : std::uint64_t{0});
     const int shift = 1023 + kMantissaBits - (biased != 0 ? biased : 1);  // value = mantissa / 2^shift
@@ -234,31 +236,20 @@ char* PutFixed(char* out, double value, int decimals) {
             part = high >> (shift - 32);
             rest = (high & ((std::uint64_t{1} << (shift - 32)) - 1)) << 1 | (low != 0 ? 1 : 0);
             half = std::uint64_t{1} << (shift - 32);
-        }  // else the value is below half a unit of the ninth decimal
-        const bool odd = ((decimals == 0 ? whole : part) & 1) != 0;
-        if (rest > half || (rest == half && odd)) ++part;
+        }  // else the value is below half a unit of the last decimal
+        // Without a branch, since it would be a coin toss.
+        const std::uint64_t odd = (decimals == 0 ? whole : part) & 1;
+        part += static_cast<std::uint64_t>(rest > half) | (static_cast<std::uint64_t>(rest == half) & odd);
         if (part == scale) {
             part = 0;
             ++whole;
         }
     }
-    char digits[kIntegerRoom];
-    char* const first = PutDecimal(digits + sizeof(digits), whole);
-    const std::size_t count = static_cast<std::size_t>(digits + sizeof(digits) - first);
-    std::memcpy(out, first, count);
-    out += count;
+    out = PutDecimal(out, whole);
     if (decimals == 0) return out;
-    *out = '.';
-    char* at = out + decimals + 1;
-    char* const end = at;
-    int left = decimals;
-    for (; left >= 2; left -= 2) {
-        at -= 2;
-        std::memcpy(at, kPairs + 2 * (part % 100), 2);
-        part /= 100;
-    }
-    if (left != 0) *--at = static_cast<char>('0' + part);
-    return end;
+    *out++ = '.';
+    StoreDigits(out, EightDigits(static_cast<std::uint32_t>(part * kPowersOfTen[kFixedDecimals - decimals])));
+    return out + decimals;
 }
 
 void MakeFloat(KwFormatPieces& pieces, const KwFormatSpec& spec, char conversion, double value, char* room) {

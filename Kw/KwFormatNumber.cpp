@@ -2,15 +2,9 @@
 
 namespace KwFormatNumber {
 
-const char kPairs[201] =
-    "000102030405060708091011121314151617181920212223242526272829303132333435363738394041424344454647484950515253545556"
-    "57"
-    "5859606162636465666768697071727374757677787980818283848586878889909192939495969798"
-    "99";
-
 void MakeInteger(KwFormatPieces& pieces, const KwFormatSpec& spec, char conversion, std::uint64_t magnitude,
                  bool negative, char* room) {
-    char* const end = room + kIntegerRoom;
+    char* end = room + kIntegerRoom;
     char* start = end;
     const bool hex = conversion == 'x' || conversion == 'X';
     if (conversion == 'd') {
@@ -33,7 +27,8 @@ void MakeInteger(KwFormatPieces& pieces, const KwFormatSpec& spec, char conversi
     } else if (conversion == 'o') {
         for (; magnitude != 0; magnitude >>= 3) *--start = static_cast<char>('0' + (magnitude & 7));
     } else {
-        start = PutDecimal(end, magnitude);
+        start = room;
+        end = PutDecimal(room, magnitude);
     }
     pieces.body = start;
     pieces.bodyLength = static_cast<std::size_t>(end - start);

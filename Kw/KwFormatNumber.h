@@ -2,6 +2,7 @@
 // library.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -40,23 +41,43 @@ struct KwFormatPieces {
 
 namespace KwFormatNumber {
 
-// "00" to "99", two characters each.
-extern const char kPairs[201];
+// Eight digits of `value`, below 10^8, as bytes 0 to 9 in memory order: pairs of four, two and one digit are divided
+// side by side in one register.
+inline std::uint64_t EightDigits(std::uint32_t value) {
+    const std::uint64_t fours = value / 10000 | std::uint64_t{value % 10000} << 32;
+    const std::uint64_t hundreds = (fours * 5243 >> 19) & 0x0000007F0000007F;
+    const std::uint64_t twos = hundreds + ((fours - hundreds * 100) << 16);
+    const std::uint64_t tens = (twos * 103 >> 10) & 0x000F000F000F000F;
+    return tens + ((twos - tens * 10) << 8);
+}
 
-// Writes the decimal digits of `value` so that they end before `end`; the result is their start. At most 20.
-inline char* PutDecimal(char* end, std::uint64_t value) {
-    while (value >= 100) {
-        end -= 2;
-        std::memcpy(end, kPairs + 2 * (value % 100), 2);
-        value /= 100;
+constexpr std::uint64_t kAsciiZeros = 0x3030303030303030;
+
+inline void StoreDigits(char* out, std::uint64_t digits) {
+    const std::uint64_t text = digits + kAsciiZeros;
+    std::memcpy(out, &text, sizeof(text));
+}
+
+// Writes the decimal digits of `value`, at most 20, and returns their end. Up to 8 bytes behind the end, in
+// all 24, are overwritten too.
+inline char* PutDecimal(char* out, std::uint64_t value) {
+    constexpr std::uint32_t kChunk = 100000000;
+    std::uint32_t low[2];
+    int chunks = 0;
+    while (value >= kChunk) {
+        low[chunks++] = static_cast<std::uint32_t>(value % kChunk);
+        value /= kChunk;
     }
-    if (value >= 10) {
-        end -= 2;
-        std::memcpy(end, kPairs + 2 * value, 2);
-    } else {
-        *--end = static_cast<char>('0' + value);
+    const std::uint64_t digits = EightDigits(static_cast<std::uint32_t>(value));
+    const int zeros = std::countr_zero(digits | std::uint64_t{1} << 56) & ~7;  // leading ones, in bits
+    const std::uint64_t text = (digits + kAsciiZeros) >> zeros;
+    std::memcpy(out, &text, sizeof(text));
+    out += 8 - zeros / 8;
+    while (chunks != 0) {
+        StoreDigits(out, EightDigits(low[--chunks]));
+        out += 8;
     }
-    return end;
+    return out;
 }
 
 // Room for an integer in any base, and for the digits of any double and of any long double.
@@ -65,9 +86,9 @@ constexpr std::size_t kDoubleRoom = 1600;
 constexpr std::size_t kLongDoubleRoom = 24000;
 
 // The longest text of PutFixed.
-constexpr std::size_t kFixedRoom = 40;
+constexpr std::size_t kFixedRoom = 48;
 
-// "123.457" for |value| below 2^63 and up to 9 decimals, rounded to nearest-even; the sign is left out. The
+// "123.457" for |value| below 2^63 and up to 8 decimals, rounded to nearest-even; the sign is left out. The
 // result is the end of the text, or null for what it does not handle.
 char* PutFixed(char* out, double value, int decimals);
 
