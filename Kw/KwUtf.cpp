@@ -1,21 +1,80 @@
 #include "Kw/KwUtf.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstdint>
 
 #include "Kw/KwUtfCode.h"
+#include "Kw/KwUtfKernel.h"
 
 using namespace KwUtfCode;
+
+namespace {
+
+using Step = KwUtfKernels::Step;
+
+KwUtf::Result FirstTo16(unsigned char* dst, std::size_t room, const unsigned char* src, std::size_t length);
+KwUtf::Result FirstTo8(unsigned char* dst, std::size_t room, const unsigned char* src, std::size_t length);
+
+// The first call through either asks the processor and replaces both.
+constinit std::atomic<Step> g_to16{FirstTo16};
+constinit std::atomic<Step> g_to8{FirstTo8};
+
+KwUtf::Result FirstTo16(unsigned char* dst, std::size_t room, const unsigned char* src, std::size_t length) {
+    KwUtf::UseKernels(KwUtf::kAllKernels);
+    return g_to16.load(std::memory_order_relaxed)(dst, room, src, length);
+}
+
+KwUtf::Result FirstTo8(unsigned char* dst, std::size_t room, const unsigned char* src, std::size_t length) {
+    KwUtf::UseKernels(KwUtf::kAllKernels);
+    return g_to8.load(std::memory_order_relaxed)(dst, room, src, length);
+}
+
+// After a kernel has stopped short, so many units are converted one by one before it is tried again.
+constexpr std::size_t kByHand = 32;
+
+}  // namespace
+
+int KwUtf::UseKernels(int most) {
+    int level = 0;
+    const KwUtfKernels* kernels = &KwUtfKernel::kPortable;
+#if defined(__x86_64__)
+    __builtin_cpu_init();
+    if (most >= 1 && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
+        __builtin_cpu_supports("lzcnt") && __builtin_cpu_supports("popcnt")) {
+        level = 1;
+        kernels = &KwUtfKernel::kAvx2;
+        if (most >= 2 && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
+            __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2") &&
+            __builtin_cpu_supports("bmi2")) {
+            level = 2;
+            kernels = &KwUtfKernel::kAvx512;
+        }
+    }
+#endif
+    g_to16.store(kernels->to16, std::memory_order_relaxed);
+    g_to8.store(kernels->to8, std::memory_order_relaxed);
+    return level;
+}
 
 KwUtf::Result KwUtf::Utf8ToUtf16(void* dst, std::size_t dstUnits, const void* src, std::size_t srcBytes) {
     const unsigned char* from = static_cast<const unsigned char*>(src);
     unsigned char* to = static_cast<unsigned char*>(dst);
+    const Step step = g_to16.load(std::memory_order_relaxed);
     Result result;
     while (result.read < srcBytes) {
-        unsigned int length = 0;
-        const char32_t code = DecodeUtf8(from + result.read, srcBytes - result.read, length);
-        if (dstUnits - result.written < Utf16Size(code)) break;
-        result.written += EncodeUtf16(to + 2 * result.written, code);
-        result.read += length;
+        const Result part =
+            step(to + 2 * result.written, dstUnits - result.written, from + result.read, srcBytes - result.read);
+        result.read += part.read;
+        result.written += part.written;
+        const std::size_t until = std::min(srcBytes, result.read + kByHand);
+        while (result.read < until) {
+            unsigned int length = 0;
+            const char32_t code = DecodeUtf8(from + result.read, srcBytes - result.read, length);
+            if (dstUnits - result.written < Utf16Size(code)) return result;
+            result.written += EncodeUtf16(to + 2 * result.written, code);
+            result.read += length;
+        }
     }
     return result;
 }
@@ -23,13 +82,21 @@ KwUtf::Result KwUtf::Utf8ToUtf16(void* dst, std::size_t dstUnits, const void* sr
 KwUtf::Result KwUtf::Utf16ToUtf8(void* dst, std::size_t dstBytes, const void* src, std::size_t srcUnits) {
     const unsigned char* from = static_cast<const unsigned char*>(src);
     unsigned char* to = static_cast<unsigned char*>(dst);
+    const Step step = g_to8.load(std::memory_order_relaxed);
     Result result;
     while (result.read < srcUnits) {
-        unsigned int length = 0;
-        const char32_t code = DecodeUtf16(from + 2 * result.read, srcUnits - result.read, length);
-        if (dstBytes - result.written < Utf8Size(code)) break;
-        result.written += EncodeUtf8(to + result.written, code);
-        result.read += length;
+        const Result part =
+            step(to + result.written, dstBytes - result.written, from + 2 * result.read, srcUnits - result.read);
+        result.read += part.read;
+        result.written += part.written;
+        const std::size_t until = std::min(srcUnits, result.read + kByHand);
+        while (result.read < until) {
+            unsigned int length = 0;
+            const char32_t code = DecodeUtf16(from + 2 * result.read, srcUnits - result.read, length);
+            if (dstBytes - result.written < Utf8Size(code)) return result;
+            result.written += EncodeUtf8(to + result.written, code);
+            result.read += length;
+        }
     }
     return result;
 }

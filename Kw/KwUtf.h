@@ -33,6 +33,11 @@ public:
     static std::size_t Utf16Length(const void* utf8, std::size_t srcBytes);
     static std::size_t Utf8Length(const void* utf16, std::size_t srcUnits);
 
+    // The conversions use the fastest kernels that the processor has: 2 AVX-512, 1 AVX2, 0 any processor.
+    // UseKernels restricts them, for tests and measurements, to those up to `most`; the result is the set in use.
+    static constexpr int kAllKernels = 2;
+    static int UseKernels(int most);
+
     // Units before the terminating zero.
     static std::size_t Length16(const void* text);
     static std::size_t Length32(const void* text);

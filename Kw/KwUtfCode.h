@@ -37,6 +37,17 @@ inline char32_t DecodeUtf8(const unsigned char* at, std::size_t avail, unsigned 
     const unsigned char lead = at[0];
     length = 1;
     if (lead < 0x80) return lead;
+    // The well-formed sequences of two and three bytes, which are nearly all.
+    if (lead >= 0xE0 && lead < 0xF0 && avail >= 3 && (at[1] & 0xC0) == 0x80 && (at[2] & 0xC0) == 0x80) {
+        const char32_t common = (lead & 0x0Fu) << 12 | (at[1] & 0x3Fu) << 6 | (at[2] & 0x3Fu);
+        if (common >= 0x800 && !IsSurrogate(common)) {
+            length = 3;
+            return common;
+        }
+    } else if (lead >= 0xC2 && lead < 0xE0 && avail >= 2 && (at[1] & 0xC0) == 0x80) {
+        length = 2;
+        return (lead & 0x1Fu) << 6 | (at[1] & 0x3Fu);
+    }
     if (lead < 0xC2 || lead > 0xF4) return kReplacement;
     unsigned int more = 1;
     unsigned char low = 0x80;
@@ -84,17 +95,27 @@ inline unsigned int Utf16Size(char32_t code) {
 
 // Write a valid character; the result is its size.
 inline unsigned int EncodeUtf8(unsigned char* out, char32_t code) {
-    const unsigned int size = Utf8Size(code);
-    if (size == 1) {
+    const auto continuation = [code](int shift) { return static_cast<unsigned char>(0x80 | (code >> shift & 0x3F)); };
+    if (code < 0x80) {
         out[0] = static_cast<unsigned char>(code);
-        return size;
+        return 1;
     }
-    for (unsigned int i = size - 1; i != 0; --i) {
-        out[i] = static_cast<unsigned char>(0x80 | (code & 0x3F));
-        code >>= 6;
+    if (code < 0x800) {
+        out[0] = static_cast<unsigned char>(0xC0 | code >> 6);
+        out[1] = continuation(0);
+        return 2;
     }
-    out[0] = static_cast<unsigned char>((size == 2 ? 0xC0 : size == 3 ? 0xE0 : 0xF0) | code);
-    return size;
+    if (code < 0x10000) {
+        out[0] = static_cast<unsigned char>(0xE0 | code >> 12);
+        out[1] = continuation(6);
+        out[2] = continuation(0);
+        return 3;
+    }
+    out[0] = static_cast<unsigned char>(0xF0 | code >> 18);
+    out[1] = continuation(12);
+    out[2] = continuation(6);
+    out[3] = continuation(0);
+    return 4;
 }
 
 inline unsigned int EncodeUtf16(unsigned char* out, char32_t code) {
