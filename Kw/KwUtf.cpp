@@ -41,7 +41,7 @@ int KwUtf::UseKernels(int most) {
 #if defined(__x86_64__)
     __builtin_cpu_init();
     if (most >= 1 && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
-        __builtin_cpu_supports("lzcnt") && __builtin_cpu_supports("popcnt")) {
+        __builtin_cpu_supports("popcnt")) {
         level = 1;
         kernels = &KwUtfKernel::kAvx2;
         if (most >= 2 && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&

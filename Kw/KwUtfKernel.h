@@ -30,7 +30,7 @@ inline void SkipAscii(KwUtfKernels::Step step, KwUtf::Result& result, unsigned c
 }
 
 #if defined(__x86_64__)
-// 32 bytes at a time; needs AVX2, BMI1, LZCNT and POPCNT.
+// 32 bytes at a time; needs AVX2, BMI1 and POPCNT.
 extern const KwUtfKernels kAvx2;
 // 64 bytes at a time and every tail by masks; needs AVX-512 with VBMI2.
 extern const KwUtfKernels kAvx512;

@@ -5,10 +5,11 @@
 
 #include <immintrin.h>
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
-#define KW_AVX2 __attribute__((target("avx2,bmi,lzcnt,popcnt")))
+#define KW_AVX2 __attribute__((target("avx2,bmi,popcnt")))
 #define KW_AVX2_INLINE KW_AVX2 __attribute__((always_inline)) inline
 
 namespace {
@@ -137,7 +138,7 @@ KW_AVX2_INLINE Block Convert(unsigned char* out, __m256i bytes) {
     const bool fault = wrong != 0 && place <= taken;
     if (fault) {
         const std::uint32_t starts = ~cont & ((std::uint32_t{1} << place) - 1);
-        taken = starts == 0 ? 0 : 31 - _lzcnt_u32(starts);
+        taken = starts == 0 ? 0 : static_cast<std::uint32_t>(std::bit_width(starts) - 1);
     }
     if (taken == 0) return {0, 0, true};
     const std::uint32_t within = ~std::uint32_t{0} >> (32 - taken);

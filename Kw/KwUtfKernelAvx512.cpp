@@ -5,9 +5,10 @@
 
 #include <immintrin.h>
 
+#include <bit>
 #include <cstdint>
 
-#define KW_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,bmi,bmi2,lzcnt,popcnt")))
+#define KW_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,bmi,bmi2,popcnt")))
 #define KW_AVX512_INLINE KW_AVX512 __attribute__((always_inline)) inline
 
 namespace {
@@ -66,7 +67,7 @@ KW_AVX512_INLINE Block Classify(__m512i bytes, std::uint64_t high) {
     block.fault = wrong != 0 && place <= block.length;
     if (block.fault) {
         const std::uint64_t starts = ~block.cont & Ones(place);  // the last of them is cut off too
-        block.length = starts == 0 ? 0 : 63 - _lzcnt_u64(starts);
+        block.length = starts == 0 ? 0 : static_cast<std::uint64_t>(std::bit_width(starts) - 1);
     }
     return block;
 }

@@ -13,10 +13,8 @@
 
 #include "Kw/KwFormat.h"
 
-#if __has_include(<fmt/format.h>)
-#define FMT_HEADER_ONLY
+#ifdef KW_PEER_FMT
 #include <fmt/format.h>
-#define KW_BENCH_FMT 1
 #endif
 
 namespace {
@@ -124,7 +122,7 @@ BENCHMARK(Exact<CLibrary>)->Name("Exact/snprintf");
 BENCHMARK(Text<Kw>)->Name("Text/Kw");
 BENCHMARK(Text<CLibrary>)->Name("Text/snprintf");
 
-#ifdef KW_BENCH_FMT
+#ifdef KW_PEER_FMT
 void LineFmt(benchmark::State& state) {
     Numbers numbers;
     char out[256];

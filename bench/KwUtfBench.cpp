@@ -12,9 +12,8 @@
 
 #include "Kw/KwUtf.h"
 
-#if __has_include(<unicode/ustring.h>)
+#ifdef KW_PEER_ICU
 #include <unicode/ustring.h>
-#define KW_BENCH_ICU 1
 #endif
 #if __has_include(<iconv.h>)
 #include <iconv.h>
@@ -70,7 +69,7 @@ struct KwLimited : Kw {
     ~KwLimited() { KwUtf::UseKernels(KwUtf::kAllKernels); }
 };
 
-#ifdef KW_BENCH_ICU
+#ifdef KW_PEER_ICU
 struct Icu {
     static std::size_t To16(const std::string& from, std::vector<char16_t>& to) {
         UErrorCode error = U_ZERO_ERROR;
@@ -164,7 +163,7 @@ void Copy(benchmark::State& state) {
 int main(int argc, char** argv) {
     benchmark::RegisterBenchmark("To16/1MB/Ascii/memcpy", Copy);
     Register<Kw>("Kw");
-#ifdef KW_BENCH_ICU
+#ifdef KW_PEER_ICU
     Register<Icu>("icu");
 #endif
 #ifdef KW_BENCH_ICONV
