@@ -20,12 +20,18 @@ bool LengthIsOpen(unsigned int len) {
 
 }  // namespace
 
-KwBuffer::KwBuffer(const KwBuffer& other) : KwInfLock() {
-    *this = other;
+KwBuffer::KwBuffer(const KwBuffer& other) : KwInfLock(other) {
+    CopyContent(other);
 }
 
 KwBuffer& KwBuffer::operator=(const KwBuffer& other) {
     if (this == &other) return *this;
+    KwInfLock::operator=(other);
+    CopyContent(other);
+    return *this;
+}
+
+void KwBuffer::CopyContent(const KwBuffer& other) {
     userData_ = other.userData_;
     if (other.data_ == nullptr) {
         KwMemory::Free(data_, kSource, kAllocLine);
@@ -35,7 +41,6 @@ KwBuffer& KwBuffer::operator=(const KwBuffer& other) {
         std::memcpy(data_, other.data_, size_);
         used_ = other.used_;
     }
-    return *this;
 }
 
 KwBuffer::~KwBuffer() {

@@ -12,7 +12,7 @@
 class KW_API KwBuffer : public KwInfLock {
 public:
     KwBuffer() = default;
-    // Copying a buffer copies the block: two buffers never share one.
+    // A copy has a block of its own; count, flag and lock are copied as KwInfLock copies them.
     KwBuffer(const KwBuffer& other);
     KwBuffer& operator=(const KwBuffer& other);
     ~KwBuffer() override;
@@ -59,6 +59,7 @@ public:
 
 private:
     void Append(const void* bytes, unsigned int count);
+    void CopyContent(const KwBuffer& other);
 
     void* userData_ = nullptr;
     unsigned int size_ = 0;

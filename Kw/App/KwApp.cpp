@@ -4,6 +4,7 @@
 
 #include "Kw/App/KwCommand.h"
 #include "Kw/App/KwEventInit.h"
+#include "Kw/Helper/KwLogSystem.h"
 #include "Kw/KwOS.h"
 #include "Kw/Platform/KwPlatformClock.h"
 #include "Kw/Platform/KwPlatformConsole.h"
@@ -11,6 +12,8 @@
 #include "Kw/Res/KwDataObject.h"
 
 namespace {
+
+constexpr unsigned int kFlushInterval = 1000;  // milliseconds
 
 // Keeps the command registry alive for a scope: a handler may close the application.
 class Hold {
@@ -139,6 +142,11 @@ void KwAppClass::Pass() {
     // Each step may have closed the application.
     if (command_ != nullptr && !commandThread_) command_->Listen();
     if (command_ != nullptr) command_->OnEvent();
+    // A quiet log would keep its last lines to itself until the next ones push them out.
+    if (lastTick_ - lastFlush_ >= kFlushInterval) {
+        lastFlush_ = lastTick_;
+        KwLogSystem::Flush();
+    }
 }
 
 void KwAppClass::Close() {

@@ -35,7 +35,8 @@ public:
     bool Init(const char* configFile, bool withCommand, bool commandThread);
 
     // The main loop: one OnPreRun, then passes of OnRun and console commands until the running flag is false.
-    // It sleeps 1 ms (see SetPassSleep) once every `passesPerSleep` passes (at least 1).
+    // It sleeps 1 ms (see SetPassSleep) once every `passesPerSleep` passes (at least 1). While it runs, lines of
+    // the process-wide log reach their file within a second.
     void Run(int passesPerSleep);
 
     // The length of that sleep in milliseconds, at least 1. A thousand passes a second cost 1 to 3 % of a processor
@@ -93,6 +94,7 @@ private:
     unsigned int lastTick_ = 0;  // milliseconds
     std::string name_;
     bool stopBySignal_ = true;
+    unsigned int lastFlush_ = 0;  // tick of the log's last flush
     bool catching_ = false;       // this object has the signals caught
     unsigned int passSleep_ = 1;  // milliseconds
 };
