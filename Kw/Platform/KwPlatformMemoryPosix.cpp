@@ -7,15 +7,16 @@
 
 namespace KwPlatform {
 
-void MemoryPreferLargePages([[maybe_unused]] void* block, [[maybe_unused]] std::size_t size) {
+std::size_t MemoryPreferLargePages([[maybe_unused]] void* block, [[maybe_unused]] std::size_t size) {
 #if defined(MADV_HUGEPAGE)
     constexpr std::size_t kLargePage = 2u << 20;
-    if (size < 2 * kLargePage) return;
+    if (size < 2 * kLargePage) return 0;
     const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     const std::uintptr_t first = (reinterpret_cast<std::uintptr_t>(block) + page - 1) / page * page;
     const std::uintptr_t last = (reinterpret_cast<std::uintptr_t>(block) + size) / page * page;
-    // A wish: that it cannot be granted is no failure.
-    static_cast<void>(madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE));
+    return madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE) == 0 ? kLargePage : 0;
+#else
+    return 0;
 #endif
 }
 

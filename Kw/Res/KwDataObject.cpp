@@ -21,7 +21,9 @@ KwDS& KwDS::operator=(const KwDS& other) {
     return *this;
 }
 
-KwDS::~KwDS() = default;
+KwDS::~KwDS() {
+    Drop();
+}
 
 bool KwDS::Init(unsigned char* data, unsigned int len) {
     if (data == nullptr && len != 0) return false;
@@ -37,11 +39,19 @@ bool KwDS::Init(const char* path, KwStreamShare* stream) {
 }
 
 void KwDS::Clear() {
+    Drop();
+}
+
+void KwDS::Drop() {
+    KwDataWalk::Touch(this);
+    const KwDataWalk::DestroyScope scope;
+    const KwDataSlab::GiveScope giveScope;
     members_.clear();
     indexed_.clear();
 }
 
 bool KwDS::ParseData(unsigned char*& cursor, unsigned char* end, SPreBuildText*) {
+    KwDataWalk::Touch(this);
     error_.reset();
     KwDataParser parser(*this, cursor, end);
     const bool done = parser.Run();
@@ -110,6 +120,7 @@ KwDSItem& KwDS::operator[](const int& index) {
         KwLogSystem::Push("error KwDSItem index=0");
         key = 0;
     }
+    KwDataWalk::Touch(this);
     KwDSItem& item = indexed_[key];
     item.Commit();
     return item;
@@ -117,6 +128,7 @@ KwDSItem& KwDS::operator[](const int& index) {
 
 KwDSItem& KwDS::operator[](const char* name) {
     const std::string_view key(name != nullptr ? name : "");
+    KwDataWalk::Touch(this);
     auto place = members_.lower_bound(key);
     if (place == members_.end() || place->first != key) place = members_.try_emplace(place, std::string(key));
     place->second.Commit();

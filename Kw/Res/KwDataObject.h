@@ -15,6 +15,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <map>
 #include <memory>
 #include <string>
@@ -97,13 +98,21 @@ private:
     friend class KwDataWalk;
     friend class KwDSItem;
 
-    using Members =
-        std::map<std::string, KwDSItem, std::less<>, KwDataAllocator<std::pair<const std::string, KwDSItem>>>;
+    // By bytes, as std::less; but most names differ in their first one, which needs no call.
+    struct NameLess {
+        using is_transparent = void;
+        bool operator()(std::string_view a, std::string_view b) const {
+            if (a.empty() || b.empty() || a[0] == b[0]) return a < b;
+            return static_cast<unsigned char>(a[0]) < static_cast<unsigned char>(b[0]);
+        }
+    };
+    using Members = std::map<std::string, KwDSItem, NameLess, KwDataAllocator<std::pair<const std::string, KwDSItem>>>;
     using Indexed = std::map<int, KwDSItem, std::less<>, KwDataAllocator<std::pair<const int, KwDSItem>>>;
     struct NoBuffer {};
     // The key of the statement that is being stored. 64-bit builds share one buffer per load.
     using KeyBuffer = std::conditional_t<sizeof(void*) == 4, std::array<char, 1024>, NoBuffer>;
 
+    void Drop();
     KwDSItem* Find(int index);
     KwDSItem* Find(std::string_view name);
 
@@ -111,7 +120,12 @@ private:
     Indexed indexed_;
     [[no_unique_address]] KeyBuffer keyBuffer_;
     // Not part of the stated layout from here on.
-    KwDS* nextDead_ = nullptr;             // see KwDataWalk::Destroy
     std::unique_ptr<KwParseError> error_;  // of the last load, if it failed
-    bool inSlab_ = false;                  // the object itself lies in a slab
+    // The document that this one is nested in, if a loader put it there; see KwDataWalk::Touch. While the document
+    // waits to be destroyed, the one that waits behind it.
+    KwDS* outer_ = nullptr;
+    // Of a document in a slab: the parts of that slab that it and all in it consist of. 0: some are elsewhere.
+    unsigned int slabParts_ = 0;
+    bool inSlab_ = false;               // the object itself lies in a slab
+    std::atomic<bool> touched_{false};  // it, or a document in it, is no longer as it was loaded
 };

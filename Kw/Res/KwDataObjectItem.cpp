@@ -29,6 +29,13 @@ int Length(const KwWChar* text) {
 }  // namespace
 
 void KwDSItem::Clear() {
+    if (owner_ != nullptr) KwDataWalk::Touch(owner_);
+    Release();
+    type_ = DSTYPE_INT;
+    value_.cell = Cell{};
+}
+
+void KwDSItem::Release() {
     switch (type_) {
         case DSTYPE_STRING:
         case DSTYPE_WSTRING:
@@ -37,8 +44,24 @@ void KwDSItem::Clear() {
         case DSTYPE_TABLE: KwDataWalk::Destroy(value_.cell.table); break;
         default: break;
     }
-    type_ = DSTYPE_INT;
-    value_.cell = Cell{};
+}
+
+bool KwDSItem::IsTextInSlab() const {
+#if UINTPTR_MAX > 0xFFFFFFFFu
+    return value_.cell.inSlab != 0;
+#else
+    return false;
+#endif
+}
+
+bool KwDSItem::OwnsOutsideSlabs() const {
+    switch (type_) {
+        case DSTYPE_STRING:
+        case DSTYPE_WSTRING:
+        case DSTYPE_REFERENCE: return !IsTextInSlab();
+        case DSTYPE_TABLE: return true;
+        default: return false;
+    }
 }
 
 KwDSItem& KwDSItem::operator=(int value) {
@@ -104,16 +127,18 @@ void* KwDSItem::CopyText(const void* text, unsigned int bytes, unsigned int unit
     }
     if (copy == nullptr) copy = KwMemory::Malloc(size, nullptr, 0);
     if (copy == nullptr) return nullptr;
-    const unsigned int copied = text != nullptr ? bytes : 0;
-    if (copied != 0) std::memcpy(copy, text, copied);
-    std::memset(static_cast<char*>(copy) + copied, 0, size - copied);
+    auto* out = static_cast<char*>(copy);
+    if (text == nullptr) {
+        std::memset(out, 0, bytes);
+    } else if (bytes != 0) {
+        std::memcpy(out, text, bytes);
+    }
+    for (unsigned int i = 0; i < unit; ++i) out[bytes + i] = '\0';
     return copy;
 }
 
 void KwDSItem::FreeText() {
-#if UINTPTR_MAX > 0xFFFFFFFFu
-    if (value_.cell.inSlab != 0) return KwDataSlab::Give(value_.cell.text);
-#endif
+    if (IsTextInSlab()) return KwDataSlab::Give(value_.cell.text);
     KwMemory::Free(value_.cell.text, kFile, 18);
 }
 

@@ -36,7 +36,7 @@ public:
     // INT 0 without an owner.
     KwDSItem() = default;
     KwDSItem(const KwDSItem&) {}
-    ~KwDSItem() { Clear(); }
+    ~KwDSItem() { Release(); }
 
     // Frees what the item owns and makes it INT 0.
     void Clear();
@@ -99,6 +99,11 @@ private:
     // Makes a copy of `bytes` bytes and a terminator of `unit` bytes; null when memory is out.
     static void* CopyText(const void* text, unsigned int bytes, unsigned int unit, bool& inSlab);
     void FreeText();
+    // Frees what the item owns and leaves the value as it is.
+    void Release();
+    bool IsTextInSlab() const;
+    // Whether the item owns something that does not lie in a slab, but for nested documents.
+    bool OwnsOutsideSlabs() const;
     const char* Text() const { return value_.cell.text != nullptr ? value_.cell.text : ""; }
 
     // A length and what it belongs to.

@@ -5,6 +5,8 @@
 #include <charconv>
 #include <cstring>
 #include <new>
+#include <tuple>
+#include <utility>
 
 #include "Kw/Helper/KwLogSystem.h"
 #include "Kw/Helper/KwMath.h"
@@ -75,7 +77,7 @@ const char* Chars(const unsigned char* text) {
 }  // namespace
 
 KwDataParser::KwDataParser(KwDS& document, const unsigned char* begin, const unsigned char* end)
-    : root_(document), begin_(begin), end_(end), cursor_(begin) {}
+    : root_(document), begin_(begin), end_(end), cursor_(begin), slabs_(static_cast<std::size_t>(end - begin)) {}
 
 KwDataParser::~KwDataParser() {
     // What an error left behind, the innermost first: each level's document but the first is ours.
@@ -105,7 +107,6 @@ bool KwDataParser::Fail(Bytes at, const char* format, Args... args) {
 
 bool KwDataParser::Run() {
     try {
-        const KwDataSlab::Scope scope(static_cast<std::size_t>(end_ - begin_));
         levels_.reserve(8);
         levels_.push_back({&root_, end_});
         level_ = &levels_.back();
@@ -335,6 +336,9 @@ bool KwDataParser::OpenDocument() {
     if (place == nullptr) throw std::bad_alloc();
     level_->document = new (place) KwDS;
     level_->document->inSlab_ = true;
+    level_->document->outer_ = levels_[levels_.size() - 2].document;
+    level_->slab = slabs_.GetSlab();
+    level_->partsBefore = slabs_.GetTaken() - 1;
     ++cursor_;
     return true;
 }
@@ -342,6 +346,11 @@ bool KwDataParser::OpenDocument() {
 // The slot was empty when the document was opened, so it still is.
 void KwDataParser::CloseDocument() {
     KwDS* document = level_->document;
+    if (slabs_.GetSlab() == level_->slab) {
+        document->slabParts_ = slabs_.GetTaken() - level_->partsBefore;
+    } else {
+        KwDataWalk::Touch(document);
+    }
     cursor_ = level_->end + 1;
     levels_.pop_back();
     level_ = &levels_.back();
@@ -371,6 +380,7 @@ bool KwDataParser::Store() {
     }
     if (!SetObject(*item, level.keyed ? level.second : level.first)) return false;
     item->owner_ = &document;
+    if (item->OwnsOutsideSlabs()) KwDataWalk::Touch(&document);
     level.keyed = false;
     level.first.kind = TokenKind::None;
     level.second.kind = TokenKind::None;
@@ -399,12 +409,9 @@ KwDSItem& KwDataParser::IndexEntry(KwDS& document, int index) {
 
 KwDSItem& KwDataParser::MemberEntry(KwDS& document, std::string_view name) {
     KwDS::Members& members = document.members_;
-    if (!members.empty() && std::string_view(std::prev(members.end())->first) >= name) {
-        const auto place = members.lower_bound(name);
-        if (place->first == name) return place->second;
-        return members.try_emplace(place, std::string(name))->second;
-    }
-    return members.try_emplace(members.end(), std::string(name))->second;
+    if (name.size() > std::string().capacity()) KwDataWalk::Touch(&document);  // it takes memory of its own
+    return members.emplace_hint(members.end(), std::piecewise_construct, std::forward_as_tuple(name), std::tuple<>())
+        ->second;
 }
 
 std::string_view KwDataParser::NumberKey(KwDS& document, const SFilterNumber& number) {

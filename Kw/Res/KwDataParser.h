@@ -45,7 +45,9 @@ private:
     struct Level {
         KwDS* document;
         Bytes end;
-        bool keyed = false;  // a `=` stood behind the first slot
+        const void* slab = nullptr;    // in which the document lies, and the parts
+        unsigned int partsBefore = 0;  // that were cut from it before
+        bool keyed = false;            // a `=` stood behind the first slot
         Token first{};
         Token second{};
     };
@@ -91,6 +93,7 @@ private:
     Bytes begin_;
     Bytes end_;
     Bytes cursor_;
+    KwDataSlab::Scope slabs_;
     std::vector<Level> levels_;
     Level* level_ = nullptr;  // the last one
     KwDataBlocks blocks_;

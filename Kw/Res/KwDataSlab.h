@@ -23,10 +23,15 @@ public:
         Scope(const Scope&) = delete;
         Scope& operator=(const Scope&) = delete;
 
+        // The slab that parts are being cut from, and how many have been.
+        const void* GetSlab() const { return slab_; }
+        unsigned int GetTaken() const { return taken_; }
+
     private:
         friend class KwDataSlab;
         void* Cut(std::size_t bytes);
         bool Refill(std::size_t whole);
+        void KeepToLargePages(std::size_t largePage, std::size_t whole);
         void Close();
 
         Scope* outer_;
@@ -37,12 +42,27 @@ public:
         std::size_t slabSize_;    // bytes of the block after it
     };
 
+    // While it lives, the parts that its thread gives back are counted and taken off their slabs' counts together.
+    // Of scopes of one thread in each other the outermost counts.
+    class GiveScope {
+    public:
+        GiveScope();
+        ~GiveScope();
+        GiveScope(const GiveScope&) = delete;
+        GiveScope& operator=(const GiveScope&) = delete;
+
+    private:
+        bool outermost_;
+    };
+
     // `bytes` bytes aligned for a pointer or double, not initialised; null when memory is out.
     static void* Take(std::size_t bytes);
     // The same, but null also when no scope is open: for parts that are otherwise allocated in another way.
     static void* TakeInScope(std::size_t bytes);
     // Gives back what either of them returned.
-    static void Give(void* part);
+    static void Give(void* part) { Give(part, 1); }
+    // Gives back `count` parts of one slab, of which `part` is one.
+    static void Give(void* part, unsigned int count);
 };
 
 // The allocator of the maps of documents and tables. Without memory it throws std::bad_alloc, as the

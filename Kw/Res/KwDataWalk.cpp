@@ -26,39 +26,64 @@ constinit thread_local Waiting t_waiting;
 
 // --- Destroying ---
 
+KwDataWalk::DestroyScope::DestroyScope() : outermost_(!t_waiting.busy) {
+    t_waiting.busy = true;
+}
+
+KwDataWalk::DestroyScope::~DestroyScope() {
+    if (!outermost_) return;
+    DestroyWaiting();
+    t_waiting.busy = false;
+}
+
 void KwDataWalk::Destroy(KwDS* document) {
     if (document == nullptr) return;
-    document->nextDead_ = t_waiting.documents;
+    const DestroyScope scope;
+    document->outer_ = t_waiting.documents;
     t_waiting.documents = document;
-    if (!t_waiting.busy) DestroyWaiting();
 }
 
 void KwDataWalk::Destroy(KwTable* table) {
     if (table == nullptr) return;
+    const DestroyScope scope;
     table->nextDead_ = t_waiting.tables;
     t_waiting.tables = table;
-    if (!t_waiting.busy) DestroyWaiting();
 }
 
 void KwDataWalk::DestroyWaiting() {
     Waiting& waiting = t_waiting;
-    waiting.busy = true;
+    const KwDataSlab::GiveScope scope;
     while (waiting.documents != nullptr || waiting.tables != nullptr) {
         if (KwDS* document = waiting.documents; document != nullptr) {
-            waiting.documents = document->nextDead_;
-            if (document->inSlab_) {
-                document->~KwDS();
-                KwDataSlab::Give(document);
-            } else {
-                delete document;
-            }
+            waiting.documents = document->outer_;
+            document->outer_ = nullptr;
+            Destroy(*document);
         } else {
             KwTable* table = waiting.tables;
             waiting.tables = table->nextDead_;
             delete table;
         }
     }
-    waiting.busy = false;
+}
+
+void KwDataWalk::Destroy(KwDS& document) {
+    if (!document.inSlab_) {
+        delete &document;
+    } else if (document.slabParts_ != 0 && !document.touched_.load(std::memory_order_relaxed)) {
+        KwDataSlab::Give(&document, document.slabParts_);
+    } else {
+        document.~KwDS();
+        KwDataSlab::Give(&document);
+    }
+}
+
+// A document that was touched lies in touched ones only. Several threads may do this at once, each for a
+// document of its own.
+void KwDataWalk::Touch(KwDS* document) {
+    while (document != nullptr && !document->touched_.load(std::memory_order_relaxed)) {
+        document->touched_.store(true, std::memory_order_relaxed);
+        document = document->outer_;
+    }
 }
 
 // --- Copying ---
@@ -125,6 +150,7 @@ private:
 // The source may be nested in the target or hold it, so the old content goes last.
 void KwDataWalk::Copy(KwDS& target, const KwDS& source) {
     if (&target == &source) return;
+    Touch(&target);
     KwDS copy;
     Copier copier;
     copier.Document(copy, source);

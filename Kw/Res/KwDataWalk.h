@@ -8,10 +8,25 @@
 
 class KwDataWalk {
 public:
-    // Destroys a nested document or table; null is ignored. Called from within a destruction on the same
-    // thread, it only remembers the object, which is destroyed before the outermost call returns.
+    // While it lives, what its thread destroys only waits; the outermost one destroys it at its end.
+    class DestroyScope {
+    public:
+        DestroyScope();
+        ~DestroyScope();
+        DestroyScope(const DestroyScope&) = delete;
+        DestroyScope& operator=(const DestroyScope&) = delete;
+
+    private:
+        bool outermost_;
+    };
+
+    // Destroys a nested document or table, at once or with the outermost scope; null is ignored.
     static void Destroy(KwDS* document);
     static void Destroy(KwTable* table);
+
+    // Notes that a document is about to be changed. One that a loader put into a slab is given back as a
+    // whole, without a walk through its entries, if neither it nor any in it was ever touched.
+    static void Touch(KwDS* document);
 
     // Replaces what `target` holds by copies of all that `source` holds.
     static void Copy(KwDS& target, const KwDS& source);
@@ -27,8 +42,8 @@ public:
     static KwDSItem* FollowReference(const KwDSItem& reference);
 
 private:
-    struct CopyJob;
     class Copier;
     class Dump;
     static void DestroyWaiting();
+    static void Destroy(KwDS& document);
 };

@@ -114,7 +114,7 @@ int KwTablePtr::Load(unsigned char* data, int len) {
 
 bool KwTablePtr::Reserve(unsigned int size) {
     if (size + 1 < size || !text_.Alloc(size + 1)) return false;
-    KwPlatform::MemoryPreferLargePages(text_.GetData(), size + 1);
+    static_cast<void>(KwPlatform::MemoryPreferLargePages(text_.GetData(), size + 1));
     return true;
 }
 
@@ -136,7 +136,7 @@ bool KwTablePtr::Index(const KwTableCount& count) {
     if (cells > std::max(kFreeCells, kCellsPerByte * length) || cells > UINT_MAX / sizeof(Cell)) return false;
     cells_ = static_cast<Cell*>(KwMemory::Malloc(static_cast<unsigned int>(cells * sizeof(Cell)), nullptr, 0));
     if (cells_ == nullptr) return false;
-    KwPlatform::MemoryPreferLargePages(cells_, cells * sizeof(Cell));
+    static_cast<void>(KwPlatform::MemoryPreferLargePages(cells_, cells * sizeof(Cell)));
     rowCount_ = static_cast<int>(rows);
     columnCount_ = static_cast<int>(columns);
     KwTableScan::Fill({text, length, cells_, rows, columns}, LogSurplus);
