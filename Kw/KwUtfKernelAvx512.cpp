@@ -8,6 +8,12 @@
 #include <bit>
 #include <cstdint>
 
+// GCC 12's intrinsics begin with an undefined register, which it then takes for a mistake of their caller.
+#if !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+
 #define KW_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,bmi,bmi2,popcnt")))
 #define KW_AVX512_INLINE KW_AVX512 __attribute__((always_inline)) inline
 

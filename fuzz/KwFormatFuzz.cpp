@@ -53,7 +53,8 @@ void Run(const std::basic_string<C>& format, unsigned int size, const void* text
     if (count < 0) return;  // erroneous, or longer than any text
     Check(Append<C>(&whole, f, KW_FUZZ_ARGUMENTS));
     Check(whole.size() == static_cast<std::size_t>(count));
-    Check(std::memcmp(whole.data(), cut.data(), std::min<std::size_t>(size, whole.size()) * sizeof(C)) == 0);
+    whole.resize(std::min<std::size_t>(size, whole.size()));
+    Check(std::equal(whole.begin(), whole.end(), cut.begin()));
 #undef KW_FUZZ_ARGUMENTS
 #undef KW_FUZZ_MORE
 #undef KW_FUZZ_PAIRS
