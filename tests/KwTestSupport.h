@@ -7,3 +7,6 @@
 // The allocator's error reports since the last call. A case that provokes one takes it; what is
 // left at its end fails it.
 std::vector<std::string> TakeMemoryReports();
+
+// Sets a variable of the process's environment, or removes it where the value is null.
+void SetVariable(const char* name, const char* value);

@@ -19,11 +19,13 @@ constexpr std::size_t kPathSize = 4096;  // bytes of the longest path with its t
 
 // --- Path text ---
 
-// Writes the form that the system and other libraries take (`/` on POSIX), terminated. False, with an
-// empty `out`, when it does not fit `size` bytes.
+// Writes the form that the system and other libraries take (`/` on POSIX, `\` on Windows), terminated.
+// False, with an empty `out`, when it does not fit `size` bytes.
 bool PathToNative(const char* path, char* out, std::size_t size);
 // The other way: the library's form, with `\`.
 bool PathFromNative(const char* path, char* out, std::size_t size);
+// Both, with the two separators given.
+bool PathWithSeparator(const char* path, char* out, std::size_t size, char from, char to);
 // UTF-16 to UTF-8. False, with an empty `out`, for null, for half a surrogate pair and when it does not fit.
 bool PathFromWide(const KwWChar* path, char* out, std::size_t size);
 // Whether the path starts at the root of a system that has no drive letters: it begins with `/`, or with
@@ -32,8 +34,9 @@ bool PathIsRooted(const char* path);
 
 // --- Streams ---
 
-// Opens a stream with the modes of fopen. The descriptor is not inherited by programs that are started
-// later. A folder cannot be opened. Null on failure.
+// Opens a stream with the modes of fopen, of which text mode does not exist: files hold the bytes that were
+// written. While it is open others may open, read, write, rename and remove the file. The descriptor is not
+// inherited by programs that are started later. A folder cannot be opened. Null on failure.
 std::FILE* FileOpen(const char* path, const char* mode);
 std::FILE* FileOpen(const KwWChar* path, const char* mode);
 // The same for a caller that wants the length in bytes too; 0 for what is no plain file (a device).
@@ -63,7 +66,7 @@ bool FileHasArchive(const char* path);
 
 bool FolderCreate(const char* path);  // one folder; fails when it exists
 bool FolderRemove(const char* path);  // an empty folder
-bool FileRemove(const char* path);    // no folder
+bool FileRemove(const char* path);    // no folder; a link to one, the link itself
 // Renames or moves a file or folder. An existing target is an error unless `replace` is set, which puts
 // a file in place of a file in one step. A file may move between volumes, a folder may not.
 bool FileRename(const char* from, const char* to, bool replace);
@@ -79,7 +82,8 @@ bool CurrentFolder(char* out, std::size_t size);
 
 // Writes the file so that `path` has either its old content or the whole new one: the bytes go to a file
 // beside it, which is flushed to disk and put in its place. Permissions of an old file are kept, a link is
-// followed, a device is written directly. Where the folder allows no new file, an old one is overwritten.
+// followed, a device is written directly. Where the folder allows no new file, an old one is overwritten. On
+// Windows an old file that bears the read-only attribute, or that others hold open without sharing, is refused.
 // On failure nothing is left behind.
 enum class FileSaved { kOk, kNotCreated, kNotWritten };
 FileSaved FileSave(const char* path, const void* data, std::size_t size);
@@ -113,7 +117,7 @@ struct FileLock;
 
 // Takes the lock file at `path`, making it if it is missing and emptying it. Null when another holder has
 // it, in this process too, or when it cannot be made. The lock ends with FileLockRelease or with the process,
-// however that ends; the file itself stays.
+// however that ends; the file itself stays. On Windows it can be neither removed nor renamed meanwhile.
 FileLock* FileLockAcquire(const char* path);
 void FileLockRelease(FileLock* lock);  // null is ignored
 

@@ -134,12 +134,14 @@ bool KwTablePtr::Index(const KwTableCount& count) {
     const std::uint64_t columns = KwTableScan::CountColumns(text, length);
     const std::uint64_t cells = rows * columns;  // both below 2^32
     if (cells > std::max(kFreeCells, kCellsPerByte * length) || cells > UINT_MAX / sizeof(Cell)) return false;
-    cells_ = static_cast<Cell*>(KwMemory::Malloc(static_cast<unsigned int>(cells * sizeof(Cell)), nullptr, 0));
+    const unsigned int size = static_cast<unsigned int>(cells * sizeof(Cell));
+    cells_ = static_cast<Cell*>(KwMemory::Malloc(size, nullptr, 0));
     if (cells_ == nullptr) return false;
-    static_cast<void>(KwPlatform::MemoryPreferLargePages(cells_, cells * sizeof(Cell)));
+    static_cast<void>(KwPlatform::MemoryPreferLargePages(cells_, size));
     rowCount_ = static_cast<int>(rows);
     columnCount_ = static_cast<int>(columns);
-    KwTableScan::Fill({text, length, cells_, rows, columns}, LogSurplus);
+    KwTableScan::Fill({text, length, cells_, static_cast<std::size_t>(rows), static_cast<std::size_t>(columns)},
+                      LogSurplus);
     return true;
 }
 

@@ -117,7 +117,7 @@ TEST_F(KwLogSystemTest, LongLinesAreWhole) {
 // A file ------------------------------------------------------------------------------------------------------
 
 TEST_F(KwLogSystemTest, AFileIsAppendedToAndNamesStayOut) {
-    std::ofstream(file) << "old\n";
+    std::ofstream(file, std::ios::binary) << "old\n";
     ToFile();
     KwLogSystem::PushName("name", "new");
     KwLogSystem::SetOutputLogConsole(false);
@@ -166,17 +166,18 @@ TEST_F(KwLogSystemTest, AFileThatCannotBeOpenedLeavesTheConsole) {
               "Set Log file error not append file " + tooLong + "\n");
 }
 
-// The folder vanishes and comes back: lines show on the console meanwhile, one message tells why.
+// A folder is in its place for a while: lines show on the console meanwhile, one message tells why.
 TEST_F(KwLogSystemTest, AFileThatIsLostIsTakenUpAgain) {
     ToFile();
-    fs::remove_all(folder);
+    fs::rename(file, file + ".1");
+    fs::create_directories(file);
     const std::string shown = Console([] {
         for (int i = 0; i < 3 * 101; ++i) KwLogSystem::Push("line");
     });
     const std::vector<std::string> lines = Lines(shown);
     EXPECT_EQ(lines.size(), 1u + 2 * 101u);
     EXPECT_EQ(lines[0].substr(0, 35), "Set Log file error not append file ");
-    fs::create_directories(folder);
+    fs::remove(file);
     EXPECT_EQ(Lines(Console([] {
                   for (int i = 0; i < 102; ++i) KwLogSystem::Push("line %d", i);
               })).size(),
@@ -185,18 +186,8 @@ TEST_F(KwLogSystemTest, AFileThatIsLostIsTakenUpAgain) {
     EXPECT_EQ(Read(file), "line 101\n");
 }
 
-TEST_F(KwLogSystemTest, AFullDiskIsReportedOnce) {
-    if (!fs::exists("/dev/full")) GTEST_SKIP() << "this system has no device that is always full";
-    const std::string shown = Console([] {
-        KwLogSystem::SetOutputLogFile("/dev/full", false);
-        for (int i = 0; i < 1000; ++i) KwLogSystem::Push("line");
-    });
-    EXPECT_EQ(Lines(shown).size(), 1u) << shown;
-    EXPECT_EQ(shown.substr(0, 35), "Set Log file error not append file ");
-}
-
 TEST_F(KwLogSystemTest, RelativeNamesStandUnderTheFirstResourcePath) {
-    Console([this] { EXPECT_TRUE(KwRes::SetResPath(folder.c_str(), 0)); });
+    Console([this] { EXPECT_TRUE(KwRes::SetResPath(folder.string().c_str(), 0)); });
     KwLogSystem::SetOutputLogFile("relative.log", false);
     KwLogSystem::Push("x");
     Kw_Release();
@@ -285,7 +276,7 @@ TEST_F(KwLogSystemTest, WriteLogWritesToBothAndToNeitherWithoutItsFile) {
     KwLogSystem::Flush();
     EXPECT_EQ(Read(extra), "n=3 " + std::string(2000, 'x') + "\nsecond\n");
     EXPECT_EQ(Lines(Read(file)).size(), 2u);
-    KwLogSystem::WriteLog((folder / "none" / "x").c_str(), "lost");
+    KwLogSystem::WriteLog((folder / "none" / "x").string().c_str(), "lost");
     KwLogSystem::SetOutputLogConsole(false);
     EXPECT_EQ(Read(file).find("lost"), std::string::npos);
 }

@@ -52,7 +52,7 @@ protected:
     }
     std::string Path(const char* name) const { return (folder / name).string(); }
     bool Init(int lines, unsigned int seconds, bool withLock = false) {
-        return log.Init(folder.c_str(), "server", withLock, lines, seconds);
+        return log.Init(folder.string().c_str(), "server", withLock, lines, seconds);
     }
     static std::string Read(const std::string& path) {
         std::ostringstream text;
@@ -212,7 +212,7 @@ TEST_F(KwLogTest, ACopyIsClosedAndHasItsOwnLock) {
     {
         TestLog copy(log);
         copy.Write("ignored", -1);
-        EXPECT_TRUE(copy.Init(folder.c_str(), "copy", true, 1, 1));
+        EXPECT_TRUE(copy.Init(folder.string().c_str(), "copy", true, 1, 1));
         copy.Write("copy", -1);
     }
     log.Write("original", -1);

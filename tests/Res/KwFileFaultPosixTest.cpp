@@ -1,5 +1,4 @@
-// Disks that refuse bytes. POSIX: a limit on the size of files stands for the full disk.
-#if __has_include(<sys/resource.h>)
+// Disks that refuse bytes: a limit on the size of files stands for the full disk.
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -11,13 +10,13 @@
 
 namespace {
 
-class KwFileFaultTest : public KwResFixture {
+class KwFileFaultPosixTest : public KwResFixture {
 protected:
-    KwFileFaultTest() {
+    KwFileFaultPosixTest() {
         signal(SIGXFSZ, SIG_IGN);
         getrlimit(RLIMIT_FSIZE, &old_);
     }
-    ~KwFileFaultTest() override { Free(); }
+    ~KwFileFaultPosixTest() override { Free(); }
 
     // From here on the disk takes files of so many bytes.
     void Full(unsigned int bytes) {
@@ -30,7 +29,7 @@ private:
     rlimit old_;
 };
 
-TEST_F(KwFileFaultTest, BytesThatWereTakenReachTheDiskWhenItHasRoomAgain) {
+TEST_F(KwFileFaultPosixTest, BytesThatWereTakenReachTheDiskWhenItHasRoomAgain) {
     const std::string a(6000, 'a'), b(6000, 'b'), c(20000, 'c');
     KwFile file;
     ASSERT_TRUE(file.Append(Put("f", "12345").c_str()));
@@ -50,7 +49,7 @@ TEST_F(KwFileFaultTest, BytesThatWereTakenReachTheDiskWhenItHasRoomAgain) {
     EXPECT_EQ(Get("f"), "12345" + a + b + c);
 }
 
-TEST_F(KwFileFaultTest, ARefusedWriteLeavesNoPartBehind) {
+TEST_F(KwFileFaultPosixTest, ARefusedWriteLeavesNoPartBehind) {
     const std::string block(50000, 'x');
     for (const bool append : {false, true}) {
         KwFile file;
@@ -69,7 +68,7 @@ TEST_F(KwFileFaultTest, ARefusedWriteLeavesNoPartBehind) {
     }
 }
 
-TEST_F(KwFileFaultTest, ClosingSaysWhatWasLost) {
+TEST_F(KwFileFaultPosixTest, ClosingSaysWhatWasLost) {
     KwFile file;
     ASSERT_TRUE(file.Create(Path("f").c_str()));
     EXPECT_TRUE(file.Write("0123456789", 10));
@@ -80,7 +79,7 @@ TEST_F(KwFileFaultTest, ClosingSaysWhatWasLost) {
     EXPECT_EQ(Get("f"), "0123");
 }
 
-TEST_F(KwFileFaultTest, AFullDeviceIsReported) {
+TEST_F(KwFileFaultPosixTest, AFullDeviceIsReported) {
     KwFile file;
     if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
     ASSERT_TRUE(file.Append("/dev/full"));
@@ -94,7 +93,7 @@ TEST_F(KwFileFaultTest, AFullDeviceIsReported) {
     EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
 }
 
-TEST_F(KwFileFaultTest, AFailedSaveLeavesTheOldFileAndNothingBeside) {
+TEST_F(KwFileFaultPosixTest, AFailedSaveLeavesTheOldFileAndNothingBeside) {
     const std::string block(5000, 'n');
     Put("old", "old content");
     Full(1000);
@@ -122,4 +121,3 @@ TEST_F(KwFileFaultTest, AFailedSaveLeavesTheOldFileAndNothingBeside) {
 }
 
 }  // namespace
-#endif
