@@ -1,6 +1,7 @@
 // What the test programs share.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -10,3 +11,6 @@ std::vector<std::string> TakeMemoryReports();
 
 // Sets a variable of the process's environment, or removes it where the value is null.
 void SetVariable(const char* name, const char* value);
+
+// Cuts or lengthens a file, also beyond 2 GiB; what is new is a hole. False when the disk does not take it.
+bool SetFileLength(const char* path, std::uint64_t length);

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <cstdlib>
 
 #include "KwTestSupport.h"
@@ -8,4 +10,8 @@ void SetVariable(const char* name, const char* value) {
     } else {
         unsetenv(name);
     }
+}
+
+bool SetFileLength(const char* path, std::uint64_t length) {
+    return truncate(path, static_cast<off_t>(length)) == 0;
 }

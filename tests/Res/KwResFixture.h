@@ -34,7 +34,7 @@ protected:
         Kw_Release();
         Kw_Init();
         std::error_code ignored;
-        std::filesystem::remove_all(folder_, ignored);
+        std::filesystem::remove_all(LongPath(folder_.string()), ignored);
     }
 
     // A path in the folder.
@@ -53,6 +53,11 @@ protected:
     std::string Get(const std::string& name) const {
         std::ifstream stream(folder_ / name, std::ios::binary);
         return {std::istreambuf_iterator<char>(stream), {}};
+    }
+    // The path in a form whose length Windows does not limit.
+    static std::filesystem::path LongPath(const std::string& path) {
+        if (path[1] != ':') return path;
+        return std::filesystem::path("\\\\?\\" + path).make_preferred();
     }
     int CountEntries() const {
         return static_cast<int>(std::distance(std::filesystem::directory_iterator(folder_), {}));
