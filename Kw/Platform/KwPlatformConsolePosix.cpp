@@ -11,7 +11,7 @@
 #include "Kw/Platform/KwPlatformConsole.h"
 #include "Kw/Platform/KwPlatformInput.h"
 #include "Kw/Platform/KwPlatformInputPosix.h"
-#include "Kw/Platform/KwPlatformKeyPosix.h"
+#include "Kw/Platform/KwPlatformScreenText.h"
 #include "Kw/Platform/KwPlatformSignal.h"
 #include "Kw/Platform/KwPlatformTerminalPosix.h"
 
@@ -53,35 +53,6 @@ void FillStandardStream(int fd, int mode) {
     }
 }
 
-// Columns of the terminal that a character covers: East Asian wide forms two, combining marks none.
-int Columns(unsigned int code) {
-    if (code >= 0x300 && code < 0x370) return 0;
-    const bool wide = (code >= 0x1100 && code < 0x1160) || (code >= 0x2E80 && code < 0xA4D0) ||
-                      (code >= 0xAC00 && code < 0xD7A4) || (code >= 0xF900 && code < 0xFB00) ||
-                      (code >= 0xFE30 && code < 0xFE70) || (code >= 0xFF00 && code < 0xFF61) ||
-                      (code >= 0x1F300 && code < 0x1F650) || (code >= 0x20000 && code < 0x40000);
-    return wide ? 2 : 1;
-}
-
-// The code point of one well-formed UTF-8 character.
-unsigned int CodePoint(const char* text, int length) {
-    const auto lead = static_cast<unsigned char>(text[0]);
-    if (length < 2 || length > 4) return lead;
-    unsigned int code = lead & (0x7Fu >> length);
-    for (int i = 1; i < length; ++i) code = code << 6 | (static_cast<unsigned char>(text[i]) & 0x3Fu);
-    return code;
-}
-
-// A text as far as it can be shown in a title or a question: without control characters.
-std::string Plain(const char* text) {
-    std::string plain;
-    for (; *text != '\0'; ++text) {
-        const auto byte = static_cast<unsigned char>(*text);
-        if (byte >= 32 && byte != 127) plain += *text;
-    }
-    return plain;
-}
-
 }  // namespace
 
 void ConsoleOpen(const char* title) {
@@ -96,7 +67,7 @@ void ConsoleOpen(const char* title) {
 
 void ConsoleSetTitle(const char* title) {
     if (title == nullptr || *title == '\0' || !UnderstandsEscapes()) return;
-    WriteTerminal("\033]0;" + Plain(title) + "\007");
+    WriteTerminal("\033]0;" + ScreenPlain(title) + "\007");
 }
 
 void ConsoleDisableClose() {}
@@ -112,14 +83,14 @@ void ConsoleEcho(const char* text, int length) {
 void ConsoleErase(const char* text, int length) {
     if (length <= 0 || !InputIsTerminal()) return;
     std::string wipe;
-    for (int i = Columns(CodePoint(text, length)); i > 0; --i) wipe += "\b \b";
+    for (int i = ScreenColumns(text, length); i > 0; --i) wipe += "\b \b";
     if (!wipe.empty()) WriteTerminal(wipe);
 }
 
 bool ConsoleAsk(const char* caption, const char* text) {
     if (!InputIsTerminal() || InputEnded() || !TerminalIsForeground()) return true;
     KeysClaim(true);
-    const std::string question = Plain(caption) + ": " + Plain(text) + " [y/n] ";
+    const std::string question = ScreenPlain(caption) + ": " + ScreenPlain(text) + " [y/n] ";
     WriteTerminal("\n" + question);
     bool yes = true;
     // Without a person left, or with a request to stop from outside, the answer is yes.

@@ -1,4 +1,4 @@
-#include "Kw/Platform/KwPlatformKeyPosix.h"
+#include "Kw/Platform/KwPlatformKey.h"
 
 #include "Kw/Platform/KwPlatformInput.h"
 

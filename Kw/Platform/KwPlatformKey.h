@@ -1,4 +1,4 @@
-// From the bytes of a terminal or a pipe to key codes. Internal to the POSIX half of the seam.
+// From the bytes of a terminal or a pipe to key codes. Internal to the seam.
 #pragma once
 
 namespace KwPlatform {

@@ -1,0 +1,103 @@
+#include "Kw/Platform/KwPlatformTextWin32.h"
+// The Windows header comes first.
+#include "Kw/Platform/KwPlatformClock.h"
+
+#include <algorithm>
+
+namespace KwPlatform {
+
+namespace {
+
+constexpr int kFirstYear = 1601;
+constexpr int kLastYear = 9999;
+constexpr DWORD kLongestSleep = 0x7FFFFFFF;  // 0xFFFFFFFF would mean for ever
+
+CalendarTime FromSystem(const SYSTEMTIME& time) {
+    return {time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond, time.wDayOfWeek};
+}
+
+}  // namespace
+
+std::uint32_t TickCount() {
+    return GetTickCount();
+}
+
+std::int64_t CounterNow() {
+    LARGE_INTEGER now;
+    QueryPerformanceCounter(&now);
+    return now.QuadPart;
+}
+
+std::int64_t CounterFrequency() {
+    LARGE_INTEGER frequency;
+    QueryPerformanceFrequency(&frequency);
+    return frequency.QuadPart;
+}
+
+void SleepMs(unsigned int ms) {
+    if (ms == 0) {
+        Sleep(0);
+        return;
+    }
+    // The system counts its own ticks, of which the first may be nearly over, so a sleep can end early.
+    const std::int64_t frequency = CounterFrequency();
+    const std::int64_t end = CounterNow() + frequency * ms / 1000;
+    Sleep(std::min<DWORD>(ms, kLongestSleep));
+    for (std::int64_t now = CounterNow(); now < end; now = CounterNow()) {
+        const std::int64_t rest = (end - now) * 1000 / frequency + 1;
+        Sleep(static_cast<DWORD>(std::min<std::int64_t>(rest, kLongestSleep)));
+    }
+}
+
+KwFileTime FileTimeNow() {
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    return {now.dwLowDateTime, now.dwHighDateTime};
+}
+
+bool LocalNow(CalendarTime& local) {
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    local = FromSystem(now);
+    return true;
+}
+
+bool LocalFromFileTime(const KwFileTime& time, CalendarTime& local) {
+    const FILETIME instant{time.dwLowDateTime, time.dwHighDateTime};
+    SYSTEMTIME universal;
+    SYSTEMTIME wall;
+    // The Ex twins know the daylight-saving rules of other years too.
+    if (FileTimeToSystemTime(&instant, &universal) == 0 || universal.wYear > kLastYear ||
+        SystemTimeToTzSpecificLocalTimeEx(nullptr, &universal, &wall) == 0) {
+        return false;
+    }
+    local = FromSystem(wall);
+    return true;
+}
+
+bool FileTimeFromLocal(const CalendarTime& local, KwFileTime& time) {
+    if (local.year < kFirstYear || local.year > kLastYear || local.month < 1 || local.month > 12 || local.day < 1 ||
+        local.day > 31 || local.hour < 0 || local.hour > 23 || local.minute < 0 || local.minute > 59 ||
+        local.second < 0 || local.second > 59) {
+        return false;
+    }
+    SYSTEMTIME wall{};
+    wall.wYear = static_cast<WORD>(local.year);
+    wall.wMonth = static_cast<WORD>(local.month);
+    wall.wDay = static_cast<WORD>(local.day);
+    wall.wHour = static_cast<WORD>(local.hour);
+    wall.wMinute = static_cast<WORD>(local.minute);
+    wall.wSecond = static_cast<WORD>(local.second);
+    SYSTEMTIME universal;
+    FILETIME instant;
+    // The day is looked at first: the zone's conversion may take 31 April for 1 May.
+    if (SystemTimeToFileTime(&wall, &instant) == 0 ||
+        TzSpecificLocalTimeToSystemTimeEx(nullptr, &wall, &universal) == 0 ||
+        SystemTimeToFileTime(&universal, &instant) == 0) {
+        return false;
+    }
+    time = {instant.dwLowDateTime, instant.dwHighDateTime};
+    return true;
+}
+
+}  // namespace KwPlatform
