@@ -1,5 +1,7 @@
 #include "Kw/Res/KwDataBlocks.h"
 
+#include <algorithm>
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -8,30 +10,35 @@ namespace {
 
 constexpr std::uint32_t kBlock = 64;  // bytes that are looked at together
 
-bool IsMark(unsigned char c) {
-    return c == '{' || c == '}' || c == '/' || c == '\n' || c == '\r';
-}
+// One bit for each of 64 bytes.
+struct Masks {
+    std::uint64_t marks;  // braces and slashes
+    std::uint64_t lines;  // LF and CR
+};
 
-// One bit for each of 64 bytes that is a brace, a slash or a line end.
 #if defined(__SSE2__)
-std::uint64_t MarkMask(const unsigned char* text) {
+Masks BlockMasks(const unsigned char* text) {
     const auto is = [](__m128i bytes, char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
-    std::uint64_t mask = 0;
-    for (unsigned int i = 0; i < 4; ++i) {
+    Masks masks{};
+    for (unsigned int i = 0; i < kBlock; i += 16) {
         __m128i bytes;
-        __builtin_memcpy(&bytes, text + 16 * i, sizeof(bytes));
-        const __m128i braces = _mm_or_si128(is(bytes, '{'), is(bytes, '}'));
+        __builtin_memcpy(&bytes, text + i, sizeof(bytes));
+        const __m128i marks = _mm_or_si128(_mm_or_si128(is(bytes, '{'), is(bytes, '}')), is(bytes, '/'));
         const __m128i lines = _mm_or_si128(is(bytes, '\n'), is(bytes, '\r'));
-        const __m128i marks = _mm_or_si128(_mm_or_si128(braces, lines), is(bytes, '/'));
-        mask |= static_cast<std::uint64_t>(static_cast<unsigned int>(_mm_movemask_epi8(marks))) << (16 * i);
+        masks.marks |= static_cast<std::uint64_t>(static_cast<unsigned int>(_mm_movemask_epi8(marks))) << i;
+        masks.lines |= static_cast<std::uint64_t>(static_cast<unsigned int>(_mm_movemask_epi8(lines))) << i;
     }
-    return mask;
+    return masks;
 }
 #else
-std::uint64_t MarkMask(const unsigned char* text) {
-    std::uint64_t mask = 0;
-    for (unsigned int i = 0; i < kBlock; ++i) mask |= static_cast<std::uint64_t>(IsMark(text[i])) << i;
-    return mask;
+Masks BlockMasks(const unsigned char* text) {
+    Masks masks{};
+    for (unsigned int i = 0; i < kBlock; ++i) {
+        const unsigned char c = text[i];
+        masks.marks |= static_cast<std::uint64_t>(c == '{' || c == '}' || c == '/') << i;
+        masks.lines |= static_cast<std::uint64_t>(c == '\n' || c == '\r') << i;
+    }
+    return masks;
 }
 #endif
 
@@ -47,8 +54,6 @@ public:
     template <typename Found>
     void Mark(std::uint32_t at, Found found) {
         switch (text_[at]) {
-            case '\n':
-            case '\r': lineEnd_ = here_; break;
             case '}':
                 closings_.push_back({at, here_});
                 here_ = static_cast<std::uint32_t>(closings_.size() - 1);
@@ -64,6 +69,9 @@ public:
             default: Slash(at); break;
         }
     }
+
+    // A line end stands between the last mark and the next one.
+    void LineEnd() { lineEnd_ = here_; }
 
     static constexpr std::uint32_t kNothing = 0xFFFFFFFFu;
 
@@ -108,18 +116,24 @@ void KwDataBlocks::Build(const unsigned char* begin, const unsigned char* end) {
     const auto length = static_cast<std::uint32_t>(end - begin);
     KwDataBlocksWalk walk(begin, length);
     const auto found = [this](std::uint32_t open, std::uint32_t close) { pairs_.push_back({open, close}); };
-    const std::uint32_t whole = length / kBlock * kBlock;
-    for (std::uint32_t at = length; at > whole; --at) {
-        if (IsMark(begin[at - 1])) walk.Mark(at - 1, found);
-    }
-    for (std::uint32_t block = whole; block > 0; block -= kBlock) {
-        std::uint64_t mask = MarkMask(begin + block - kBlock);
-        while (mask != 0) {
-            const auto bit = static_cast<std::uint32_t>(63 - __builtin_clzll(mask));
-            mask &= ~(std::uint64_t{1} << bit);
-            walk.Mark(block - kBlock + bit, found);
+    const auto block = [&walk, &found](std::uint32_t at, Masks masks) {
+        while (masks.marks != 0) {
+            const auto bit = static_cast<std::uint32_t>(63 - __builtin_clzll(masks.marks));
+            const std::uint64_t below = (std::uint64_t{1} << bit) - 1;
+            if ((masks.lines & ~below) != 0) walk.LineEnd();
+            walk.Mark(at + bit, found);
+            masks.marks &= below;
+            masks.lines &= below;
         }
+        if (masks.lines != 0) walk.LineEnd();
+    };
+    const std::uint32_t whole = length / kBlock * kBlock;
+    if (whole != length) {
+        unsigned char rest[kBlock] = {};
+        std::copy(begin + whole, end, rest);
+        block(whole, BlockMasks(rest));
     }
+    for (std::uint32_t at = whole; at > 0; at -= kBlock) block(at - kBlock, BlockMasks(begin + at - kBlock));
 }
 
 const unsigned char* KwDataBlocks::FindEnd(const unsigned char* open, const unsigned char* end) {

@@ -58,7 +58,8 @@ public:
     // A name that begins with `$` is a path: see GetVaries.
     KwDSItem* GetItemInfo(int index);
     KwDSItem* GetItemInfo(const char* name);
-    // The entry, made (INT 0) when there is none. An index below 1 logs a line and counts as 0.
+    // The entry, made (INT 0) when there is none. An index below 1 logs a line and counts as 0. Without memory
+    // for the entry this throws std::bad_alloc, as std::map does: there is nothing to refer to.
     KwDSItem& operator[](const int& index);
     KwDSItem& operator[](const char* name);
 

@@ -147,6 +147,14 @@ bool KwDataParser::ParseLevels() {
             case kEqual:
                 if (!MarkKey()) return false;
                 break;
+            case kLetter:
+                if (level.first.kind == TokenKind::None) {
+                    // Nearly every statement begins like this; the loop would come to the same.
+                    ReadName(level.first);
+                    if (cursor_ < level.end && *cursor_ == '=' && !MarkKey()) return false;
+                    break;
+                }
+                [[fallthrough]];
             default:
                 if (!ReadToken()) return false;
                 break;

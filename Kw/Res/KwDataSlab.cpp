@@ -34,8 +34,14 @@ struct Given {
     std::uint32_t count = 0;
 };
 
-constinit thread_local KwDataSlab::Scope* t_scope = nullptr;
-constinit thread_local Given t_given;
+// Asked for with every part, so without a call where the system can do that for a library.
+#if defined(__ELF__)
+#define KW_FAST_TLS [[gnu::tls_model("initial-exec")]]
+#else
+#define KW_FAST_TLS
+#endif
+KW_FAST_TLS constinit thread_local KwDataSlab::Scope* t_scope = nullptr;
+KW_FAST_TLS constinit thread_local Given t_given;
 
 std::size_t Rounded(std::size_t bytes) {
     return (bytes + (kAlign - 1)) & ~(kAlign - 1);

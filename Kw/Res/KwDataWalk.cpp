@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -150,26 +151,34 @@ private:
 // The source may be nested in the target or hold it, so the old content goes last.
 void KwDataWalk::Copy(KwDS& target, const KwDS& source) {
     if (&target == &source) return;
-    Touch(&target);
-    KwDS copy;
-    Copier copier;
-    copier.Document(copy, source);
-    copier.Run();
-    copy.members_.swap(target.members_);
-    copy.indexed_.swap(target.indexed_);
-    for (auto& entry : target.members_) entry.second.owner_ = &target;
-    for (auto& entry : target.indexed_) entry.second.owner_ = &target;
+    try {
+        KwDS copy;
+        Copier copier;
+        copier.Document(copy, source);
+        copier.Run();
+        Touch(&target);
+        copy.members_.swap(target.members_);
+        copy.indexed_.swap(target.indexed_);
+        for (auto& entry : target.members_) entry.second.owner_ = &target;
+        for (auto& entry : target.indexed_) entry.second.owner_ = &target;
+    } catch (const std::bad_alloc&) {
+        KwLogSystem::Push("[%s] out of memory", "KwDS::operator=");
+    }
 }
 
 void KwDataWalk::Copy(KwTable& target, const KwTable& source) {
     if (&target == &source) return;
-    KwTable copy;
-    Copier copier;
-    copier.Table(copy, source);
-    copier.Run();
-    copy.rows_.swap(target.rows_);
-    target.rowCount_ = copy.rowCount_;
-    target.columnCount_ = copy.columnCount_;
+    try {
+        KwTable copy;
+        Copier copier;
+        copier.Table(copy, source);
+        copier.Run();
+        copy.rows_.swap(target.rows_);
+        target.rowCount_ = copy.rowCount_;
+        target.columnCount_ = copy.columnCount_;
+    } catch (const std::bad_alloc&) {
+        KwLogSystem::Push("[%s] out of memory", "KwTable::operator=");
+    }
 }
 
 // --- Printing ---

@@ -28,7 +28,8 @@ public:
     // whole, without a walk through its entries, if neither it nor any in it was ever touched.
     static void Touch(KwDS* document);
 
-    // Replaces what `target` holds by copies of all that `source` holds.
+    // Replaces what `target` holds by copies of all that `source` holds. Without memory one line is logged and the
+    // target stays as it was.
     static void Copy(KwDS& target, const KwDS& source);
     static void Copy(KwTable& target, const KwTable& source);
 

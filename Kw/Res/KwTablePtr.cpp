@@ -134,7 +134,7 @@ bool KwTablePtr::Index(const KwTableCount& count) {
     const std::uint64_t columns = KwTableScan::CountColumns(text, length);
     const std::uint64_t cells = rows * columns;  // both below 2^32
     if (cells > std::max(kFreeCells, kCellsPerByte * length) || cells > UINT_MAX / sizeof(Cell)) return false;
-    const unsigned int size = static_cast<unsigned int>(cells * sizeof(Cell));
+    const auto size = static_cast<unsigned int>(cells * sizeof(Cell));
     cells_ = static_cast<Cell*>(KwMemory::Malloc(size, nullptr, 0));
     if (cells_ == nullptr) return false;
     static_cast<void>(KwPlatform::MemoryPreferLargePages(cells_, size));

@@ -1,4 +1,5 @@
 #include <random>
+#include <thread>
 
 #include "Kw/Helper/KwFilterText.h"
 #include "Kw/Res/KwStreamShare.h"
@@ -288,6 +289,22 @@ TEST_F(KwDSTest, ChangesInNestedDocumentsAreFreed) {
         ASSERT_TRUE(LoadText(loaded, text));
         change(*loaded.GetVaries("$a.b.c")->GetStruct());
     }
+}
+
+TEST_F(KwDSTest, ThreadsMayUseNestedDocumentsOfOneLoad) {
+    ASSERT_TRUE(Load("a={x={y=text} r=$a} b={x={y=text} r=$b}"));
+    const auto work = [](KwDS* nested) {
+        for (int i = 0; i < 2000; ++i) {
+            nested->GetItemInfo("r");
+            nested->GetVaries("x.y")->GetWString(nullptr, nullptr);
+            (*nested)["x"] = new KwDS;
+            LoadText(*nested, "x={y=text} n=5 list={1 2 3}");
+        }
+    };
+    std::thread other(work, document.GetStruct("a"));
+    work(document.GetStruct("b"));
+    other.join();
+    EXPECT_EQ(document.GetStruct("a")->GetInt("n", 0), 5);
 }
 
 TEST_F(KwDSTest, IndexOperatorMakesEntries) {
