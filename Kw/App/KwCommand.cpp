@@ -65,6 +65,10 @@ bool IsTargetGone(const KwCommand::SCommand& command) {
 
 }  // namespace
 
+// Windows hosts may take their addresses: without these lines the DLL would not hold them.
+constexpr int KwCommand::kLineCapacity;
+constexpr int KwCommand::kNameCapacity;
+
 KwCommand::KwCommand() : stop_(KwPlatform::LineStopCreate()) {
     Add("?", this, &KwCommand::DoSystemCommand, "show func list");
     Add("help", this, &KwCommand::DoSystemCommand, "show func list");

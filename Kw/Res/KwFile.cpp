@@ -26,6 +26,9 @@ KwPackEntry* Entry(void* handle) {
 
 }  // namespace
 
+// Windows hosts may take its address: without this line the DLL would not hold it.
+constexpr unsigned int KwFile::kMaxSize;
+
 KwFile& KwFile::operator=(const KwFile& other) {
     if (this != &other) Close();
     return *this;

@@ -69,6 +69,10 @@ bool Widen(KwWChar* out, bool found, const char* path) {
 
 }  // namespace
 
+// Windows hosts may take their addresses: without these lines the DLL would not hold them.
+constexpr int KwRes::kPathSize;
+constexpr int KwRes::kResPathCount;
+
 bool KwRes::SetResPath(const char* path, int slot) {
     KwResTable& table = KwResTable::Get();
     if (slot == -1) slot = table.CountInUse();
