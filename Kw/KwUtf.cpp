@@ -38,18 +38,20 @@ constexpr std::size_t kByHand = 32;
 int KwUtf::UseKernels(int most) {
     int level = 0;
     const KwUtfKernels* kernels = &KwUtfKernel::kPortable;
-#if defined(__x86_64__)
+#if defined(__x86_64__) || defined(__i386__)
     __builtin_cpu_init();
     if (most >= 1 && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
         __builtin_cpu_supports("popcnt")) {
         level = 1;
         kernels = &KwUtfKernel::kAvx2;
-        if (most >= 2 && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
-            __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2") &&
-            __builtin_cpu_supports("bmi2")) {
-            level = 2;
-            kernels = &KwUtfKernel::kAvx512;
-        }
+    }
+#endif
+#if defined(__x86_64__)
+    if (most >= 2 && level == 1 && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
+        __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2") &&
+        __builtin_cpu_supports("bmi2")) {
+        level = 2;
+        kernels = &KwUtfKernel::kAvx512;
     }
 #endif
     g_to16.store(kernels->to16, std::memory_order_relaxed);
@@ -61,44 +63,44 @@ KwUtf::Result KwUtf::Utf8ToUtf16(void* dst, std::size_t dstUnits, const void* sr
     const unsigned char* from = static_cast<const unsigned char*>(src);
     unsigned char* to = static_cast<unsigned char*>(dst);
     const Step step = g_to16.load(std::memory_order_relaxed);
-    Result result;
-    while (result.read < srcBytes) {
-        const Result part =
-            step(to + 2 * result.written, dstUnits - result.written, from + result.read, srcBytes - result.read);
-        result.read += part.read;
-        result.written += part.written;
-        const std::size_t until = std::min(srcBytes, result.read + kByHand);
-        while (result.read < until) {
+    std::size_t read = 0;
+    std::size_t written = 0;
+    while (read < srcBytes) {
+        const Result part = step(to + 2 * written, dstUnits - written, from + read, srcBytes - read);
+        read += part.read;
+        written += part.written;
+        const std::size_t until = std::min(srcBytes, read + kByHand);
+        while (read < until) {
             unsigned int length = 0;
-            const char32_t code = DecodeUtf8(from + result.read, srcBytes - result.read, length);
-            if (dstUnits - result.written < Utf16Size(code)) return result;
-            result.written += EncodeUtf16(to + 2 * result.written, code);
-            result.read += length;
+            const char32_t code = DecodeUtf8(from + read, srcBytes - read, length);
+            if (dstUnits - written < Utf16Size(code)) return {read, written};
+            written += EncodeUtf16(to + 2 * written, code);
+            read += length;
         }
     }
-    return result;
+    return {read, written};
 }
 
 KwUtf::Result KwUtf::Utf16ToUtf8(void* dst, std::size_t dstBytes, const void* src, std::size_t srcUnits) {
     const unsigned char* from = static_cast<const unsigned char*>(src);
     unsigned char* to = static_cast<unsigned char*>(dst);
     const Step step = g_to8.load(std::memory_order_relaxed);
-    Result result;
-    while (result.read < srcUnits) {
-        const Result part =
-            step(to + result.written, dstBytes - result.written, from + 2 * result.read, srcUnits - result.read);
-        result.read += part.read;
-        result.written += part.written;
-        const std::size_t until = std::min(srcUnits, result.read + kByHand);
-        while (result.read < until) {
+    std::size_t read = 0;
+    std::size_t written = 0;
+    while (read < srcUnits) {
+        const Result part = step(to + written, dstBytes - written, from + 2 * read, srcUnits - read);
+        read += part.read;
+        written += part.written;
+        const std::size_t until = std::min(srcUnits, read + kByHand);
+        while (read < until) {
             unsigned int length = 0;
-            const char32_t code = DecodeUtf16(from + 2 * result.read, srcUnits - result.read, length);
-            if (dstBytes - result.written < Utf8Size(code)) return result;
-            result.written += EncodeUtf8(to + result.written, code);
-            result.read += length;
+            const char32_t code = DecodeUtf16(from + 2 * read, srcUnits - read, length);
+            if (dstBytes - written < Utf8Size(code)) return {read, written};
+            written += EncodeUtf8(to + written, code);
+            read += length;
         }
     }
-    return result;
+    return {read, written};
 }
 
 KwUtf::Result KwUtf::Utf32ToUtf16(void* dst, std::size_t dstUnits, const void* src, std::size_t srcUnits) {

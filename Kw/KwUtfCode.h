@@ -37,16 +37,22 @@ inline char32_t DecodeUtf8(const unsigned char* at, std::size_t avail, unsigned 
     const unsigned char lead = at[0];
     length = 1;
     if (lead < 0x80) return lead;
-    // The well-formed sequences of two and three bytes, which are nearly all.
-    if (lead >= 0xE0 && lead < 0xF0 && avail >= 3 && (at[1] & 0xC0) == 0x80 && (at[2] & 0xC0) == 0x80) {
-        const char32_t common = (lead & 0x0Fu) << 12 | (at[1] & 0x3Fu) << 6 | (at[2] & 0x3Fu);
-        if (common >= 0x800 && !IsSurrogate(common)) {
+    // The well-formed sequences of two and three bytes, which are nearly all: the top bits of what continues them are
+    // taken off by the same operation that tests them.
+    if (lead >= 0xE0 && avail >= 3) {
+        const unsigned int second = at[1] ^ 0x80u;
+        const unsigned int third = second < 0x40 ? at[2] ^ 0x80u : 0x40;
+        const char32_t common = (lead & 0x0Fu) << 12 | second << 6 | third;
+        if (third < 0x40 && lead < 0xF0 && common >= 0x800 && !IsSurrogate(common)) {
             length = 3;
             return common;
         }
-    } else if (lead >= 0xC2 && lead < 0xE0 && avail >= 2 && (at[1] & 0xC0) == 0x80) {
-        length = 2;
-        return (lead & 0x1Fu) << 6 | (at[1] & 0x3Fu);
+    } else if (lead >= 0xC2 && avail >= 2) {
+        const unsigned int second = at[1] ^ 0x80u;
+        if (second < 0x40 && lead < 0xE0) {
+            length = 2;
+            return (lead & 0x1Fu) << 6 | second;
+        }
     }
     if (lead < 0xC2 || lead > 0xF4) return kReplacement;
     unsigned int more = 1;

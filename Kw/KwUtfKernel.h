@@ -29,9 +29,12 @@ inline void SkipAscii(KwUtfKernels::Step step, KwUtf::Result& result, unsigned c
     result.written += run.written;
 }
 
-#if defined(__x86_64__)
+#if defined(__x86_64__) || defined(__i386__)
 // 32 bytes at a time; needs AVX2, BMI1 and POPCNT.
 extern const KwUtfKernels kAvx2;
+#endif
+
+#if defined(__x86_64__)
 // 64 bytes at a time and every tail by masks; needs AVX-512 with VBMI2.
 extern const KwUtfKernels kAvx512;
 #endif

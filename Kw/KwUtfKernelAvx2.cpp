@@ -1,7 +1,7 @@
 // The conversions with AVX2: classes of bytes as 32-bit masks, characters gathered by shuffles out of tables.
 #include "Kw/KwUtfKernel.h"
 
-#if defined(__x86_64__)
+#if defined(__x86_64__) || defined(__i386__)
 
 #include <immintrin.h>
 
