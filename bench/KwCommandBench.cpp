@@ -101,11 +101,11 @@ void BaselineFour(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 
-BENCHMARK(DoFour)->Name("Do/four");
-BENCHMARK(DoNone)->Name("Do/none");
-BENCHMARK(DoDeep)->Name("Do/deep");
-BENCHMARK(InitFour)->Name("Init/four");
-BENCHMARK(BaselineFour)->Name("Baseline/four");
+BENCHMARK(DoFour)->Name("Do.four/Kw");
+BENCHMARK(DoNone)->Name("Do.none/Kw");
+BENCHMARK(DoDeep)->Name("Do.deep/Kw");
+BENCHMARK(InitFour)->Name("Init.four/Kw");
+BENCHMARK(BaselineFour)->Name("Do.four/split-and-look-up");
 
 }  // namespace
 

@@ -52,7 +52,7 @@ void CLibrary(benchmark::State& state) {
         std::fclose(stream);
     }
 }
-BENCHMARK(CLibrary);
+BENCHMARK(CLibrary)->Name("read/C-library");
 
 void StreamShare(benchmark::State& state) {
     Folder();
@@ -64,7 +64,7 @@ void StreamShare(benchmark::State& state) {
         share.FreeBuffer(buffer);
     }
 }
-BENCHMARK(StreamShare);
+BENCHMARK(StreamShare)->Name("read/Kw");
 
 void StreamShareUntidyName(benchmark::State& state) {
     Folder();
@@ -76,7 +76,7 @@ void StreamShareUntidyName(benchmark::State& state) {
         share.FreeBuffer(buffer);
     }
 }
-BENCHMARK(StreamShareUntidyName);
+BENCHMARK(StreamShareUntidyName)->Name("read.untidy/Kw");
 
 void CLibraryLines(benchmark::State& state) {
     std::FILE* stream = std::fopen((Folder() + "/lines").c_str(), "wb");
@@ -88,7 +88,7 @@ void CLibraryLines(benchmark::State& state) {
     }
     std::fclose(stream);
 }
-BENCHMARK(CLibraryLines);
+BENCHMARK(CLibraryLines)->Name("lines/C-library");
 
 void KwFileLines(benchmark::State& state) {
     KwFile file;
@@ -99,7 +99,7 @@ void KwFileLines(benchmark::State& state) {
         if (file.Tell() > 100000000) file.Seek(0, 0);
     }
 }
-BENCHMARK(KwFileLines);
+BENCHMARK(KwFileLines)->Name("lines/Kw");
 
 }  // namespace
 
