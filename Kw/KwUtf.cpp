@@ -35,7 +35,7 @@ constexpr std::size_t kByHand = 32;
 
 }  // namespace
 
-int KwUtf::UseKernels(int most) {
+int KwUtf::UseKernels([[maybe_unused]] int most) {
     int level = 0;
     const KwUtfKernels* kernels = &KwUtfKernel::kPortable;
 #if defined(__x86_64__) || defined(__i386__)

@@ -14,3 +14,10 @@ foreach(dll libstdc++-6.dll libgcc_s_dw2-1.dll libwinpthread-1.dll)
   endif()
 endforeach()
 install(FILES ${kw_runtime_dlls} DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+# Windows 7 and a processor of this century: its vector registers also make doubles the 64 bits they are elsewhere.
+add_compile_definitions(_WIN32_WINNT=0x0601)
+add_compile_options(-msse2 -mfpmath=sse)
+
+# Every exported class is exported whole: hosts may take the address of an inline operation.
+set(CMAKE_VISIBILITY_INLINES_HIDDEN OFF)

@@ -12,5 +12,9 @@ std::vector<std::string> TakeMemoryReports();
 // Sets a variable of the process's environment, or removes it where the value is null.
 void SetVariable(const char* name, const char* value);
 
+// Gives this process a time zone by its POSIX rule, or the machine's again where that is null. False where only
+// the whole machine has one.
+bool SetTimeZone(const char* rule);
+
 // Cuts or lengthens a file, also beyond 2 GiB; what is new is a hole. False when the disk does not take it.
 bool SetFileLength(const char* path, std::uint64_t length);

@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <ctime>
 
 #include "KwTestSupport.h"
 
@@ -10,6 +11,12 @@ void SetVariable(const char* name, const char* value) {
     } else {
         unsetenv(name);
     }
+}
+
+bool SetTimeZone(const char* rule) {
+    SetVariable("TZ", rule);
+    tzset();
+    return true;
 }
 
 bool SetFileLength(const char* path, std::uint64_t length) {

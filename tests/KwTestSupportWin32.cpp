@@ -8,6 +8,10 @@ void SetVariable(const char* name, const char* value) {
     _putenv_s(name, value == nullptr ? "" : value);
 }
 
+bool SetTimeZone(const char*) {
+    return false;
+}
+
 bool SetFileLength(const char* path, std::uint64_t length) {
     const int file = _open(path, _O_WRONLY | _O_BINARY);
     if (file < 0) return false;

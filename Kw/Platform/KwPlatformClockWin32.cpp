@@ -16,6 +16,11 @@ CalendarTime FromSystem(const SYSTEMTIME& time) {
     return {time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond, time.wDayOfWeek};
 }
 
+// The zone's rules as in force in `year`; null, for the present ones, when the system does not tell.
+const TIME_ZONE_INFORMATION* ZoneOf(WORD year, TIME_ZONE_INFORMATION& zone) {
+    return GetTimeZoneInformationForYear(year, nullptr, &zone) != 0 ? &zone : nullptr;
+}
+
 }  // namespace
 
 std::uint32_t TickCount() {
@@ -66,9 +71,9 @@ bool LocalFromFileTime(const KwFileTime& time, CalendarTime& local) {
     const FILETIME instant{time.dwLowDateTime, time.dwHighDateTime};
     SYSTEMTIME universal;
     SYSTEMTIME wall;
-    // The Ex twins know the daylight-saving rules of other years too.
+    TIME_ZONE_INFORMATION zone;
     if (FileTimeToSystemTime(&instant, &universal) == 0 || universal.wYear > kLastYear ||
-        SystemTimeToTzSpecificLocalTimeEx(nullptr, &universal, &wall) == 0) {
+        SystemTimeToTzSpecificLocalTime(ZoneOf(universal.wYear, zone), &universal, &wall) == 0) {
         return false;
     }
     local = FromSystem(wall);
@@ -90,9 +95,10 @@ bool FileTimeFromLocal(const CalendarTime& local, KwFileTime& time) {
     wall.wSecond = static_cast<WORD>(local.second);
     SYSTEMTIME universal;
     FILETIME instant;
+    TIME_ZONE_INFORMATION zone;
     // The day is looked at first: the zone's conversion may take 31 April for 1 May.
     if (SystemTimeToFileTime(&wall, &instant) == 0 ||
-        TzSpecificLocalTimeToSystemTimeEx(nullptr, &wall, &universal) == 0 ||
+        TzSpecificLocalTimeToSystemTime(ZoneOf(wall.wYear, zone), &wall, &universal) == 0 ||
         SystemTimeToFileTime(&universal, &instant) == 0) {
         return false;
     }

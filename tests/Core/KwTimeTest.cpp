@@ -1,4 +1,5 @@
 #include "Kw/KwTime.h"
+#include "KwTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -45,22 +46,16 @@ std::chrono::sys_days Days(int year, int month, int day) {
     return std::chrono::year(year) / static_cast<unsigned>(month) / static_cast<unsigned>(day);
 }
 
-// The wall clock in a zone with daylight saving, whatever the machine has.
+// The wall clock in a zone with daylight saving, whatever the machine has, where a program can choose its own.
 class KwTimeZoneTest : public testing::Test {
 protected:
     KwTimeZoneTest() {
         if (const char* zone = std::getenv("TZ")) old_ = zone;
-        setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
-        tzset();
+        zoned_ = SetTimeZone("CET-1CEST,M3.5.0,M10.5.0/3");
     }
-    ~KwTimeZoneTest() override {
-        if (old_.empty()) {
-            unsetenv("TZ");
-        } else {
-            setenv("TZ", old_.c_str(), 1);
-        }
-        tzset();
-    }
+    ~KwTimeZoneTest() override { SetTimeZone(old_.empty() ? nullptr : old_.c_str()); }
+
+    bool zoned_;
 
 private:
     std::string old_;
@@ -88,7 +83,7 @@ TEST(KwTimeTest, TicksAndCountersMeasureASleep) {
     KwTime::Wait(30);
     const unsigned int ticks = KwTime::GetTime() - tick;
     const unsigned int ms = KwTime::QueryTime(start, frequency);
-    EXPECT_GE(ticks, 29u);
+    EXPECT_GE(ticks, 14u) << "Windows counts its ticks in steps of up to 16 ms";
     EXPECT_GE(ms, 30u);
     EXPECT_LT(ms, 3000u);
     EXPECT_NEAR(KwTime::GetTime64(), KwTime::GetTime(), 1000);
@@ -146,6 +141,7 @@ TEST(KwTimeTest, TextHasSixFieldsAndReadsBack) {
 // File times ----------------------------------------------------------------------------------------------------
 
 TEST_F(KwTimeZoneTest, FileTimesAreUtcAndRecordsLocal) {
+    if (!zoned_) GTEST_SKIP() << "the time zone belongs to the whole machine";
     // 1 January 1970 is 116444736000000000 units in; winter is an hour ahead of UTC, summer two.
     STime winter = Record(1970, 1, 1, 1, 0, 0, 7);
     KwFileTime fileTime;
