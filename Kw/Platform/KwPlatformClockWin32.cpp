@@ -16,6 +16,11 @@ CalendarTime FromSystem(const SYSTEMTIME& time) {
     return {time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond, time.wDayOfWeek};
 }
 
+int DaysInMonth(int year, int month) {
+    if (month != 2) return month == 4 || month == 6 || month == 9 || month == 11 ? 30 : 31;
+    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0) ? 29 : 28;
+}
+
 // The zone's rules as in force in `year`; null, for the present ones, when the system does not tell.
 const TIME_ZONE_INFORMATION* ZoneOf(WORD year, TIME_ZONE_INFORMATION& zone) {
     return GetTimeZoneInformationForYear(year, nullptr, &zone) != 0 ? &zone : nullptr;
@@ -82,8 +87,8 @@ bool LocalFromFileTime(const KwFileTime& time, CalendarTime& local) {
 
 bool FileTimeFromLocal(const CalendarTime& local, KwFileTime& time) {
     if (local.year < kFirstYear || local.year > kLastYear || local.month < 1 || local.month > 12 || local.day < 1 ||
-        local.day > 31 || local.hour < 0 || local.hour > 23 || local.minute < 0 || local.minute > 59 ||
-        local.second < 0 || local.second > 59) {
+        local.day > DaysInMonth(local.year, local.month) || local.hour < 0 || local.hour > 23 || local.minute < 0 ||
+        local.minute > 59 || local.second < 0 || local.second > 59) {
         return false;
     }
     SYSTEMTIME wall{};
@@ -96,9 +101,7 @@ bool FileTimeFromLocal(const CalendarTime& local, KwFileTime& time) {
     SYSTEMTIME universal;
     FILETIME instant;
     TIME_ZONE_INFORMATION zone;
-    // The day is looked at first: the zone's conversion may take 31 April for 1 May.
-    if (SystemTimeToFileTime(&wall, &instant) == 0 ||
-        TzSpecificLocalTimeToSystemTime(ZoneOf(wall.wYear, zone), &wall, &universal) == 0 ||
+    if (TzSpecificLocalTimeToSystemTime(ZoneOf(wall.wYear, zone), &wall, &universal) == 0 ||
         SystemTimeToFileTime(&universal, &instant) == 0) {
         return false;
     }
