@@ -84,6 +84,7 @@ void KwAppClass::SetStopBySignal(bool on) {
 }
 
 bool KwAppClass::Init(const char* configFile, bool withCommand, bool commandThread) {
+    KwPlatform::ConsoleKeepStreams();
     KwPlatform::ConsoleDisableClose();
     KwDS config;
     if (configFile != nullptr && !config.Init(configFile, nullptr)) return false;

@@ -26,12 +26,13 @@ public:
     // What Close was not called for is stopped and freed, without its hooks.
     ~KwAppClass() override;
 
-    // Prepares the application: loads the data-script document `configFile` (null for none), makes the command
-    // registry with its "exit" command (`withCommand`), sets the console title from the document's "AppName", calls
-    // OnInit and then the init and start phases of the start-up hooks, and with `commandThread` starts a
-    // thread that reads the console's lines. The document goes at the end: OnInit copies what it needs.
-    // Returns whether the application runs. When a start-up hook or the thread fails it returns false although the
-    // running flag stays as OnInit set it, so that a host that ignores the result still enters its loop.
+    // Prepares the application: gives standard streams that are closed to nothing, loads the data-script document
+    // `configFile` (null for none), makes the command registry with its "exit" command (`withCommand`), sets the
+    // console title from the document's "AppName", calls OnInit and then the init and start phases of the start-up
+    // hooks, and with `commandThread` starts a thread that reads the console's lines. The document goes at the end:
+    // OnInit copies what it needs. Returns whether the application runs. When a start-up hook or the thread fails it
+    // returns false although the running flag stays as OnInit set it, so that a host that ignores the result still
+    // enters its loop.
     bool Init(const char* configFile, bool withCommand, bool commandThread);
 
     // The main loop: one OnPreRun, then passes of OnRun and console commands until the running flag is false.

@@ -11,6 +11,10 @@ namespace KwPlatform {
 // buffering off and looks at them anew (InputRefresh). A title that is neither null nor empty becomes the console's.
 void ConsoleOpen(const char* title);
 
+// Gives each standard stream that is missing to nothing, so that no file opened later takes its number: what is
+// printed would be written into that file, and its content read as if it were typed.
+void ConsoleKeepStreams();
+
 // Sets the title of the console. Null and "" leave it alone; control characters are left out.
 void ConsoleSetTitle(const char* title);
 

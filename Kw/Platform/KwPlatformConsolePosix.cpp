@@ -41,12 +41,11 @@ void WriteTerminal(const std::string& text) {
     WriteAll(isatty(STDOUT_FILENO) != 0 ? STDOUT_FILENO : STDIN_FILENO, text.data(), text.size());
 }
 
-// A missing standard stream is given to the terminal, else to nothing, so that no file opened later
-// takes its number.
-void FillStandardStream(int fd, int mode) {
+// A missing standard stream is given to the device, else to nothing.
+void FillStandardStream(int fd, const char* device) {
     if (fcntl(fd, F_GETFD) != -1 || errno != EBADF) return;
-    int opened = open("/dev/tty", mode);
-    if (opened < 0) opened = open("/dev/null", mode);
+    int opened = open(device, O_RDWR);
+    if (opened < 0) opened = open("/dev/null", O_RDWR);
     if (opened >= 0 && opened != fd) {
         dup2(opened, fd);
         close(opened);
@@ -56,13 +55,17 @@ void FillStandardStream(int fd, int mode) {
 }  // namespace
 
 void ConsoleOpen(const char* title) {
-    FillStandardStream(STDIN_FILENO, O_RDWR);
-    FillStandardStream(STDOUT_FILENO, O_RDWR);
+    FillStandardStream(STDIN_FILENO, "/dev/tty");
+    FillStandardStream(STDOUT_FILENO, "/dev/tty");
     std::fflush(stdout);
     std::setvbuf(stdout, nullptr, _IONBF, 0);
     std::setvbuf(stdin, nullptr, _IONBF, 0);
     InputRefresh();
     ConsoleSetTitle(title);
+}
+
+void ConsoleKeepStreams() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) FillStandardStream(fd, "/dev/null");
 }
 
 void ConsoleSetTitle(const char* title) {

@@ -121,6 +121,9 @@ void ConsoleOpen(const char* title) {
     ConsoleSetTitle(title);
 }
 
+// A stream without a handle stays without one: numbers below 3 are not given to other files here.
+void ConsoleKeepStreams() {}
+
 void ConsoleSetTitle(const char* title) {
     if (title == nullptr || *title == '\0') return;
     SetConsoleTitleW(WideText(ScreenPlain(title).c_str()).c_str());

@@ -152,6 +152,18 @@ TEST(KwAppConsoleTest, AHostMayKeepTheSignals) {
     EXPECT_EQ(ignoring.Wait(), 0);
 }
 
+// A server may be started with its standard streams closed.
+TEST(KwAppConsoleTest, NoFileTakesTheNumberOfAClosedStream) {
+    HostProcess host(HostProcess::kPipe, [] {
+        for (int fd = 0; fd < 3; ++fd) close(fd);
+        App app;
+        app.Init(nullptr, false, false);
+        std::FILE* first = std::tmpfile();
+        return first != nullptr && fileno(first) > 2 ? 0 : 1;
+    });
+    EXPECT_EQ(host.Wait(), 0);
+}
+
 // After Close the next application of the process starts without the old request.
 TEST(KwAppConsoleTest, ARequestToStopEndsWithItsApplication) {
     HostProcess host(HostProcess::kPipe, [] {
