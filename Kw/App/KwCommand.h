@@ -108,9 +108,9 @@ public:
     void Do(char* line, int length);
 
     // Takes the keys that are waiting, without blocking, and executes each line that Enter completes. A line
-    // of 1023 characters is executed by the key that does not fit any more, which is dropped. Arrow keys,
-    // Delete and Backspace take back the last character. When standard input is no terminal its lines are taken the
-    // same way. One call takes at most 64 KB, so that endless input does not hold up the caller.
+    // of 1023 characters is executed by the key that does not fit any more, which is dropped. Backspace takes back the
+    // last character; arrow keys and Delete leave the line as it is. When standard input is no terminal its lines are
+    // taken the same way. One call takes at most 64 KB, so that endless input does not hold up the caller.
     void Listen();
 
     // Waits for a line of standard input and appends it to the pending lines. A longer line than 1023 bytes is
