@@ -127,14 +127,20 @@ private:
             case DSTYPE_DOUBLE: target = source.value_.number; break;
             case DSTYPE_STRING: target.SetString(source.Text(), static_cast<int>(cell.length)); break;
             case DSTYPE_WSTRING: target.SetString(cell.wide, static_cast<int>(cell.length)); break;
-            case DSTYPE_OBJECT:
-                target = cell.document != nullptr ? new KwDS : nullptr;
-                if (target.GetStruct() != nullptr) Document(*target.GetStruct(), *cell.document);
+            case DSTYPE_OBJECT: {
+                const KwDS* document = cell.document;
+                KwDS* copy = document != nullptr ? new KwDS : nullptr;
+                target = copy;
+                if (copy != nullptr) Document(*copy, *document);
                 break;
-            case DSTYPE_TABLE:
-                target = cell.table != nullptr ? new KwTable : nullptr;
-                if (target.GetTable() != nullptr) Table(*target.GetTable(), *cell.table);
+            }
+            case DSTYPE_TABLE: {
+                const KwTable* table = cell.table;
+                KwTable* copy = table != nullptr ? new KwTable : nullptr;
+                target = copy;
+                if (copy != nullptr) Table(*copy, *table);
                 break;
+            }
             case DSTYPE_REFERENCE:
                 target.SetString(source.Text(), static_cast<int>(cell.length));
                 target.type_ = DSTYPE_REFERENCE;
