@@ -149,7 +149,8 @@ bool KwFile::Close() {
     bool ok = true;
     if (IsFileOut()) {
         ok = Flush();
-        if (!ok) KwLogSystem::Push("write file error size=%d", static_cast<int>(writer_->GetHeld()));
+        const unsigned int held = writer_ == nullptr ? 0 : writer_->GetHeld();
+        if (!ok) KwLogSystem::Push("write file error size=%d", static_cast<int>(held));
         if (std::fclose(Stream(handle_)) != 0 && ok) ok = KwLogSystem::PushRes("close file error");
         delete writer_;
     } else if (kind_ == kPack) {

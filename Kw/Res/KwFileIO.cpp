@@ -60,7 +60,7 @@ bool KwFile::Read(void* out, unsigned int size) {
         }
         return KwLogSystem::PushRes("read buffer error:offset=%u,buffersize=%u,size=%u", position_, size_, size);
     }
-    std::memcpy(out, bytes, size);
+    std::memmove(out, bytes, size);  // the caller may read within the buffer itself
     position_ += size;
     return true;
 }
@@ -149,7 +149,7 @@ bool KwFile::Write(const void* data, unsigned int size) {
     if (IsFileOut()) return WriteDisk(data, size);
     unsigned char* bytes = Content(size);
     if (bytes == nullptr) return KwLogSystem::PushRes("write file buffer error:%u,%u,%u", position_, size_, size);
-    std::memcpy(bytes, data, size);
+    std::memmove(bytes, data, size);
     position_ += size;
     return true;
 }

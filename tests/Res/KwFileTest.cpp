@@ -244,6 +244,20 @@ TEST_F(KwFileTest, APieceIsCopiedThroughASmallBuffer) {
     EXPECT_EQ(Get("t"), "2345678");
 }
 
+TEST_F(KwFileTest, ABufferMayBeMovedWithinItself) {
+    KwBuffer buffer;
+    buffer.Alloc(10);
+    std::memcpy(buffer.GetData(), "0123456789", 10);
+    buffer.SetUsed(10);
+    KwFile file;
+    ASSERT_TRUE(file.OpenFromBuffer(&buffer, true, true));
+    EXPECT_TRUE(file.Read(buffer.GetData() + 2, 8));
+    EXPECT_EQ(std::memcmp(buffer.GetData(), "0101234567", 10), 0);
+    file.Seek(1, 0);
+    EXPECT_TRUE(file.Write(buffer.GetData(), 9));
+    EXPECT_EQ(std::memcmp(buffer.GetData(), "0010123456", 10), 0);
+}
+
 TEST_F(KwFileTest, WholeFilesAreReadWithRoomAroundThem) {
     KwFile file;
     KwBuffer buffer;
