@@ -2,6 +2,10 @@
 
 #include <cstdio>
 
+const char* StoreApp::Name() const {
+    return GetAppName().empty() ? "kwstore" : GetAppName().c_str();
+}
+
 bool StoreApp::OnInit(KwDS* config) {
     AddPaths(config);
     // A table that is missing is reported and leaves the others usable.
@@ -20,17 +24,17 @@ bool StoreApp::OnInit(KwDS* config) {
 }
 
 void StoreApp::OnPreRun() {
-    std::printf("%s is running; \"help\" lists the commands, \"exit\" stops it\n", GetAppName().c_str());
+    std::printf("%s is running; \"help\" lists the commands, \"exit\" stops it\n", Name());
     std::fflush(stdout);
 }
 
 void StoreApp::OnClose() {
-    std::printf("%s stops\n", GetAppName().c_str());
+    std::printf("%s stops\n", Name());
     std::fflush(stdout);
 }
 
 bool StoreApp::CanStopApp() {
-    return PostQuestionStopApp(GetAppName().c_str(), "Stop the store?");
+    return PostQuestionStopApp(Name(), "Stop the store?");
 }
 
 void StoreApp::AddPaths(KwDS* config) {
@@ -80,5 +84,5 @@ void StoreApp::OnLogFile(const std::string&, KwCmd* params) {
         KwLogSystem::SetOutputLogFile(path, true);
     }
     // Shows up where the log goes now: on the console when the file could not be opened.
-    KwLogSystem::Push("log opened by %s", GetAppName().c_str());
+    KwLogSystem::Push("log opened by %s", Name());
 }

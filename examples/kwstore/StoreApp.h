@@ -16,6 +16,8 @@ protected:
     bool CanStopApp() override;
 
 private:
+    // The configuration's "AppName", or what the program is called.
+    const char* Name() const;
     void AddPaths(KwDS* config);
     void OnTableList(const std::string& name, KwCmd* params);
     void OnTableCount(const std::string& name, KwCmd* params);

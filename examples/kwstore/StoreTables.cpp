@@ -20,7 +20,9 @@ bool StoreTables::Open(KwDS* config) {
         KwDS* entry = list->GetStruct(i);
         const std::string name = entry == nullptr ? "" : entry->GetString("name", nullptr, "");
         const char* file = entry == nullptr ? "" : entry->GetString("file", nullptr, "");
-        if (!tables_[name].Load(file)) {
+        if (name.empty() || tables_.count(name) != 0) {
+            all = KwLogSystem::PushRes("entry %d of Tables has no name of its own", i);
+        } else if (!tables_[name].Load(file)) {
             tables_.erase(name);
             all = KwLogSystem::PushRes("table \"%s\" (entry %d of Tables) is not open", name.c_str(), i);
         }

@@ -5,19 +5,33 @@
 
 #include "StoreApp.h"
 
+namespace {
+
+// Says where and why a configuration does not load; true when it does.
+bool Check(const std::string& path) {
+    KwDS document;
+    if (document.Init(path.c_str(), nullptr)) return true;
+    const KwParseError& error = document.GetParseError();
+    if (error.line > 0) {
+        std::fprintf(stderr, "kwstore: %s:%d:%d: %s\n", path.c_str(), error.line, error.column, error.message.c_str());
+    } else {
+        std::fprintf(stderr, "kwstore: %s\n", error.message.c_str());
+    }
+    return false;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
     if (argc > 2 || (argc == 2 && std::string(argv[1]) == "--help")) {
         std::printf("usage: kwstore [CONFIGURATION]\n");
         return argc == 2 ? 0 : 2;
     }
     const std::string config = argc == 2 ? argv[1] : std::string(KwRes::GetProcessPath()) + "kwstore.ds";
+    if (!Check(config)) return 1;
     StoreApp app;
     const bool started = app.Init(config.c_str(), true, false);
-    if (started) {
-        app.Run(1);
-    } else {
-        std::fprintf(stderr, "kwstore: %s could not be started with %s\n", argv[0], config.c_str());
-    }
+    if (started) app.Run(1);
     app.Close();
     return started ? 0 : 1;
 }
