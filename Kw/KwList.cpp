@@ -55,14 +55,15 @@ void KwList::AddTail(KwNode* node) {
 
 KwNode* KwList::RemoveHead() {
     SKwNode* node = head.next;
-    if (node == nullptr || node == &tail) return nullptr;
+    // A sentinel, or a node that was unlinked behind the back of a copied list, leads no further.
+    if (node == nullptr || node->next == nullptr) return nullptr;
     Kw_Unlink(node);
     return static_cast<KwNode*>(node);
 }
 
 KwNode* KwList::RemoveTail() {
     SKwNode* node = tail.prev;
-    if (node == nullptr || node == &head) return nullptr;
+    if (node == nullptr || node->prev == nullptr) return nullptr;
     Kw_Unlink(node);
     return static_cast<KwNode*>(node);
 }

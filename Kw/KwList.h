@@ -14,8 +14,9 @@ public:
     KW_TRACKED_NEW
 
     KwNode() = default;
-    KwNode(const KwNode&) = default;
-    KwNode& operator=(const KwNode&) = default;
+    // A copy is in no list, and an assignment leaves the links as they are: links belong to one object.
+    KwNode(const KwNode&) : SKwNode() {}
+    KwNode& operator=(const KwNode&) { return *this; }
     // Unlinks the node.
     virtual ~KwNode();
 
@@ -34,6 +35,8 @@ public:
     KW_TRACKED_NEW
 
     KwList() = default;
+    // Memberwise: the nodes stay in the source, whose sentinels the copy's links lead to. Of use only to carry an
+    // object that holds a list; InitList makes the copy a list of its own.
     KwList(const KwList&) = default;
     KwList& operator=(const KwList&) = default;
     // Leaves the nodes alone: a list that owns its nodes empties itself first.

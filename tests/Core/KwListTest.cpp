@@ -91,6 +91,25 @@ TEST_F(KwListTest, InitListForgetsItsNodesAndResetNodeItsList) {
     EXPECT_EQ(a.owner, nullptr);
 }
 
+TEST_F(KwListTest, ACopyOfANodeIsInNoListAndACopyOfAListEndsAtItsSource) {
+    list.AddTail(&a);
+    list.AddTail(&b);
+    {
+        Item copy(a);
+        EXPECT_EQ(copy.RemoveNode(), nullptr);
+        copy.name = 'b';
+        b = copy;
+    }
+    EXPECT_EQ(Names(list), "ab");
+    KwList copy(list);
+    EXPECT_EQ(copy.count, 2);
+    copy.Clear();  // takes what it can reach, and ends
+    KwList empty(other);
+    EXPECT_EQ(empty.RemoveHead(), nullptr);
+    EXPECT_EQ(empty.RemoveTail(), nullptr);
+    EXPECT_EQ(Names(other), "");
+}
+
 TEST(KwListLock, ACopySharesTheLockUntilItsLastSharer) {
     auto* first = new KwListLock;
     {
