@@ -91,7 +91,7 @@ void CLogData::SetCallback(KwLogSystem::Callback callback, bool withTime) {
 
 void CLogData::Flush() {
     const std::lock_guard<KwLock> guard(lock_);
-    if (file_ != nullptr && std::fflush(file_) != 0) ReportFile(path_);
+    if (file_ != nullptr && std::fflush(file_) != 0 && !reported_) ReportFile(path_);
 }
 
 void CLogData::Push(const char* format, va_list args, const char* name) {
