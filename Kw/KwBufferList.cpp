@@ -21,7 +21,14 @@ struct KwBufferList::Life {
 };
 
 int KwBufferNode::Release() {
-    if (life_ == nullptr || GetRef() != 2) return KwBuffer::Release();
+    bool returns = false;
+    {
+        // Asked and counted in one step: of two users who release at once, one must find two references.
+        const Guard guard(this);
+        returns = life_ != nullptr && refCount_ == 2;
+        if (!returns && refCount_ > 1) return --refCount_;
+    }
+    if (!returns) return KwBuffer::Release();
     auto* life = static_cast<KwBufferList::Life*>(life_);
     bool kept = false;
     life->lock.Enter();

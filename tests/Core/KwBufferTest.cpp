@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -147,6 +148,30 @@ TEST(KwBufferList, ABufferComesBackWithItsUsersLastReference) {
     EXPECT_EQ(again, node);
     EXPECT_EQ(again->GetUsed(), 0u);
     again->Release();
+}
+
+// Of two users who release at once one finds the pool's reference and its own, and returns the nodes.
+TEST(KwBufferList, UsersOnTwoThreadsReturnABuffer) {
+    KwBufferList list;
+    list.Init(16);
+    std::vector<KwBufferNode*> nodes(1000);
+    const auto releaseAll = [&nodes](std::atomic<int>& ready) {
+        ++ready;
+        while (ready < 2) std::this_thread::yield();
+        for (KwBufferNode* node : nodes) node->Release();
+    };
+    for (int round = 0; round < 200; ++round) {
+        for (KwBufferNode*& node : nodes) {
+            node = list.PopFree();
+            node->AddRef();
+        }
+        std::atomic<int> ready{0};
+        std::thread other(releaseAll, std::ref(ready));
+        releaseAll(ready);
+        other.join();
+        ASSERT_EQ(list.GetItemCount(false), 1000) << "round " << round;
+    }
+    EXPECT_EQ(list.GetRef(), 1);
 }
 
 TEST(KwBufferList, TheNodeBeyondTheFreeLimitIsFreed) {
