@@ -89,8 +89,9 @@ KwBufferNode* KwBufferList::PopFree() {
     life_->holders.fetch_add(1, std::memory_order_relaxed);
     node->owner_ = this;
     node->life_ = life_;
-    node->holdsList_ = true;
-    AddRef();
+    // A count of 16 bits bears only so many: beyond them a buffer is out without holding its pool.
+    node->holdsList_ = AddRef() > 0;
+    if (!node->holdsList_) --refCount_;
     node->AddRef();
     node->SetUsed(0);
     return node;

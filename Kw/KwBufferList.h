@@ -46,7 +46,8 @@ public:
     void Init(unsigned int size);
 
     // The next idle buffer, empty, or a new one. Null when the capacity is 0 and none is idle, or memory
-    // is out (one line is logged). Adds a reference to this list, which the node's return gives back.
+    // is out (one line is logged). Adds a reference to this list, which the node's return gives back; with more
+    // than 32,766 buffers out the rest go without.
     KwBufferNode* PopFree();
 
     // The queue of buffers in use, for the owner's own purposes. Null is ignored; PopUsed gives null

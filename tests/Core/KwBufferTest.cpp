@@ -185,6 +185,17 @@ TEST(KwBufferList, TheNodeBeyondTheFreeLimitIsFreed) {
     EXPECT_EQ(list.GetRef(), 1);
 }
 
+TEST(KwBufferList, MoreBuffersThanReferencesMayBeOut) {
+    KwBufferList list;
+    list.Init(16);
+    std::vector<KwBufferNode*> out;
+    for (int i = 0; i < 70000; ++i) out.push_back(list.PopFree());
+    EXPECT_EQ(list.GetRef(), 32767);
+    for (KwBufferNode* node : out) node->Release();
+    EXPECT_EQ(list.GetItemCount(false), 1024);
+    EXPECT_EQ(list.GetRef(), 1);
+}
+
 TEST(KwBufferList, TheQueueOfUsedBuffersKeepsItsOrderAndClearTakesThemBack) {
     KwBufferList list;
     list.Init(16);
