@@ -60,7 +60,11 @@ void KwListenEvent::Close() {
 bool KwListenEvent::Post(const SKwEventCall& call) {
     // Before the lock: a target may hold its own lock while it posts.
     const bool counted = call.kind == SKwEventCall::Kind::kMember;
-    if (counted) call.target->AddRef();
+    // The count has 16 bits: one that turned negative would reach 0 while events are still queued.
+    if (counted && call.target->AddRef() <= 0) {
+        call.target->Release();
+        return KwLogSystem::PushRes("new listen event node error");
+    }
     SKwListenEvent* node = nullptr;
     bool closing = false;
     {

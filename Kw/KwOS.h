@@ -48,10 +48,11 @@ public:
 
     // Queues one call of `callback(param)` on a listener thread. A true result repeats it, until it gives
     // false or the service is deleted. The target is held by a reference until the event is gone.
-    // A delay of 5 ms or more drops the event at its first turn without a call, a shorter one unless that many
-    // ms have passed by then; only the delay of a repetition, counted from the call before, is of use.
-    // False when something is null, the service is being deleted, or memory is out ("new listen event node
-    // error" is logged).
+    // `delay` is in milliseconds and never makes an event wait: one of 5 or more drops the event at its first turn
+    // without a call, a shorter one drops it at each turn, repetitions too, that comes earlier than that after the
+    // post or the call before. 0 is for none.
+    // False when something is null, the service is being deleted, or memory is out or the target has 32,767
+    // references ("new listen event node error" is logged).
     static bool PostEvent(void* event, KwInf* target, KwInfEvent callback, void* param, unsigned int delay);
     static bool PostEvent(void* event, KwEvent_Base* object, void* param, unsigned int delay);
     static bool PostEvent(void* event, bool (*callback)(void*), void* param, unsigned int delay);

@@ -177,6 +177,22 @@ TEST_F(KwListenEventTest, RemovedEventsGiveTheirReferencesBack) {
     EXPECT_EQ(kept->Release(), 0);
 }
 
+// A count of 16 bits that wrapped would destroy the target under the events that are still queued.
+TEST_F(KwListenEventTest, ATargetTakesAsManyEventsAsItCanCount) {
+    auto* target = new Target(&alive);
+    Block();
+    int posted = 0;
+    testing::internal::CaptureStdout();
+    while (posted < 70000 && KwOS::PostEvent(service, target, &Target::Count, &calls, 0)) ++posted;
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "new listen event node error\n");
+    EXPECT_EQ(posted, 32766);
+    EXPECT_EQ(target->GetRef(), 32767);
+    Open();
+    Delete();
+    EXPECT_EQ(calls, posted);
+    EXPECT_EQ(target->Release(), 0);
+}
+
 TEST_F(KwListenEventTest, ARunningEventThatIsRemovedIsNotRepeated) {
     auto* target = new Target(&alive);
     KwOS::PostEvent(service, target, &Target::Repeat, &calls, 0);
