@@ -103,7 +103,7 @@ void FillHeader(Block* block, unsigned int size, const char* file, int line, int
     block->SetTrailer();
 }
 
-// Under the lock, as every message of the allocator is.
+// Under the lock, as every message of the allocator is while it has a state.
 [[gnu::noinline, gnu::cold]] void TraceMalloc(Block* block, unsigned int size, const char* file, int line) {
     if (const KwMemory::LogFunction tracer = g_tracer.load(std::memory_order_relaxed)) {
         tracer("Malloc:Ptr=%x,Size=%d,[%s:%d]", Address32(block), static_cast<int>(size), Text(file), line);
@@ -340,6 +340,7 @@ Block* TakeWithoutState(unsigned int size, const char* file, int line) {
     }
     auto* block = new (memory) Block;
     FillHeader(block, size, file, line, 0);
+    TraceMalloc(block, size, file, line);
     return block;
 }
 
@@ -463,6 +464,7 @@ void KwMemory::Free(void* ptr, const char* file, int line) {
     if (state != nullptr) {
         state->GiveBack(block, file, line);
     } else {
+        TraceFree(block, file, line);
         block->guard = 0;
         std::free(block);
     }

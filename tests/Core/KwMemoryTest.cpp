@@ -231,7 +231,12 @@ TEST(KwMemory, TheReleaseReportsWhatIsStillAlive) {
     EXPECT_EQ(KwMemory::QueryInfo(nullptr, nullptr, nullptr), 0);
     EXPECT_EQ(TakeMemoryReports(), (std::vector<std::string>{expected, "Memory Leak 2 Ptr"}));
 
-    // Without a state blocks work, and belong to nobody.
+    // Without a state blocks work and are traced, and belong to nobody.
+    g_trace.clear();
+    KwMemory::AttackLogAction(Trace);
+    Drop(Take(10));
+    KwMemory::AttackLogAction(nullptr);
+    EXPECT_EQ(g_trace.size(), 2u);
     unsigned char* lone = Take(10);
     EXPECT_TRUE(AllBytesAre(lone, 0, 10, 0));
     lone = static_cast<unsigned char*>(KwMemory::Realloc(lone, 1000, "r.cpp", 1));
