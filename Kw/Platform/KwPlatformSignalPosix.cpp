@@ -15,8 +15,8 @@ namespace {
 
 constexpr int kStopSignals[] = {SIGINT, SIGTERM};
 // What else ends or stops a process while the terminal is in another mode.
-constexpr int kGuardedSignals[] = {SIGINT,  SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGABRT,
-                                   SIGSEGV, SIGBUS,  SIGILL, SIGFPE,  SIGXCPU};
+constexpr int kGuardedSignals[] = {SIGINT,  SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2,
+                                   SIGABRT, SIGSEGV, SIGBUS, SIGILL,  SIGFPE,  SIGSYS,  SIGXCPU, SIGXFSZ};
 
 std::atomic<bool> g_catching{false};
 std::atomic<bool> g_requested{false};

@@ -120,7 +120,7 @@ TEST(KwConsoleTest, APasswordIsShownAsStars) {
 }
 
 TEST(KwConsoleTest, TheTerminalIsPutBackBySignalsAndAtExit) {
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGUSR1}) {
         HostProcess host(HostProcess::kTerminal, Listen);
         ASSERT_TRUE(host.WaitForKeyMode(true));
         host.Signal(number);
