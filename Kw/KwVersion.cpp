@@ -1,3 +1,5 @@
 #include "Kw/KwVersion.h"
 
-const char* Kw_Version() { return KW_VERSION; }
+const char* Kw_Version() {
+    return KW_VERSION;
+}
