@@ -281,6 +281,21 @@ TEST_F(KwLogSystemTest, WriteLogWritesToBothAndToNeitherWithoutItsFile) {
     EXPECT_EQ(Read(file).find("lost"), std::string::npos);
 }
 
+TEST_F(KwLogSystemTest, WriteLogKeepsBothOutputsInStep) {
+    const std::string extra = (folder / "extra.log").string();
+    ToFile();
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&extra, t] {
+            for (int i = 0; i < 3000; ++i) KwLogSystem::WriteLog(extra.c_str(), "%d %d", t, i);
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    KwLogSystem::SetOutputLogConsole(false);
+    EXPECT_EQ(Lines(Read(extra)).size(), 9000u);
+    EXPECT_TRUE(Read(extra) == Read(file));
+}
+
 TEST_F(KwLogSystemTest, ProcessTimeIsCountedFromTheCallBefore) {
     Kw_Release();
     Kw_Init();
