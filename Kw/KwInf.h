@@ -28,7 +28,7 @@ public:
     virtual void Attack();
 
 protected:
-    short refCount_ = 1;
+    short refCount_ = 1;  // wraps behind 32,767: whoever takes references without limit looks at AddRef's result
     unsigned short attached_ = 0;
 };
 

@@ -3,10 +3,8 @@
 #include "Kw/KwModuleChain.h"
 
 bool Kw_Init() {
-    KwModuleChain& chain = KwModuleChain::Get();
-    if (chain.IsOpen()) return true;
-    if (!chain.Open()) return false;
-    return KwMemoryState_Create();
+    // Both do nothing the second time, so that a call after a failed one tries again.
+    return KwModuleChain::Get().Open() && KwMemoryState_Create();
 }
 
 void Kw_Release() {
