@@ -30,5 +30,5 @@ void KwLogSystem::WriteLogV(const char* file, const char* format, va_list args) 
         Push("writefilev error");
         output.Write("\n", 1);
     }
-    output.Close();  // under the lock: this is what writes the line
+    output.Flush();  // under the lock, which Close, that frees tracked memory, must not be
 }
