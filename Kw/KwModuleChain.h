@@ -11,6 +11,8 @@ class KwModuleChain {
 public:
     static KwModuleChain& Get();
     void Post(KwModuleEngine* module);
+    // Adds a module that ends after all others, the allocator too: it must not use tracked memory.
+    void PostOldest(KwModuleEngine* module);
     bool Open();
     // Both release rounds, newest module first; then the library counts as released.
     void ReleaseAll();

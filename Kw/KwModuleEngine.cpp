@@ -17,6 +17,13 @@ void KwModuleChain::Post(KwModuleEngine* module) {
     newest_ = module;
 }
 
+void KwModuleChain::PostOldest(KwModuleEngine* module) {
+    const std::lock_guard<KwStaticLock> guard(mutex_);
+    KwModuleEngine** link = &newest_;
+    while (*link != nullptr) link = &(*link)->older_;
+    *link = module;
+}
+
 bool KwModuleChain::Open() {
     initialised_.store(true, std::memory_order_release);
     return true;

@@ -5,7 +5,7 @@
 #include <new>
 #include <type_traits>
 
-#include "Kw/KwModuleEngine.h"
+#include "Kw/KwModuleChain.h"
 #include "Kw/KwStaticLock.h"
 #include "Kw/Platform/KwPlatformClock.h"
 #include "Kw/Platform/KwPlatformFile.h"
@@ -46,7 +46,8 @@ CLogData& CLogData::Get() {
     if (state == nullptr) {
         LogModule* module = new (g_room) LogModule;
         state = &module->data;
-        PostModuleEngine(module);
+        // What others report while they end, and the allocator of what is still alive, goes where the log goes.
+        KwModuleChain::Get().PostOldest(module);
         g_state.store(state, std::memory_order_release);
     }
     return *state;

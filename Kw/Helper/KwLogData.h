@@ -1,7 +1,7 @@
 // CLogData: the process-wide log state behind KwLogSystem. Internal.
 //
-// Made at the first use of any operation; the library's release closes its file and ends it, and the next
-// use makes a fresh one. Nothing here uses the tracked allocator: its error reporter may push lines while
+// Made at the first use of any operation; the library's release closes its file and ends it last of all, and
+// the next use makes a fresh one. Nothing here uses the tracked allocator: its error reporter may push lines while
 // it holds the allocator's lock.
 #pragma once
 

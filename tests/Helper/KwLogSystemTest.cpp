@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "Kw/KwMemory.h"
 #include "Kw/KwModuleEngine.h"
 #include "Kw/KwTime.h"
 #include "Kw/Res/KwRes.h"
@@ -321,6 +322,15 @@ TEST_F(KwLogSystemTest, AReleaseClosesTheFileAndTheLogGoesOnAfterIt) {
     Kw_Release();
     Kw_Init();
     EXPECT_EQ(Lines(Read(file)).size(), 2u);
+}
+
+TEST_F(KwLogSystemTest, TheAllocatorsReportReachesTheFile) {
+    ToFile();
+    KwMemory::AttackLogError(KwLogSystem::Push);
+    KwMemory::Malloc(5, "leak.cpp", 3);
+    Kw_Release();
+    Kw_Init();
+    EXPECT_NE(Read(file).find("Size=5,[leak.cpp:3]\nMemory Leak "), std::string::npos) << Read(file);
 }
 
 // A static object of a host logs before main and after it.
