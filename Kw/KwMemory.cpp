@@ -333,7 +333,8 @@ KwMemoryHlp* State() {
 
 // A block that no list knows, for the time in which there is no state.
 Block* TakeWithoutState(unsigned int size, const char* file, int line) {
-    void* memory = std::calloc(1, Block::SystemSize(size));
+    const bool wraps = size + Block::kOverhead < size;
+    void* memory = wraps ? nullptr : std::calloc(1, Block::SystemSize(size));
     if (memory == nullptr) {
         Report("Error Malloc:size=%d,[%s:%d]", static_cast<int>(size + Block::kOverhead), Text(file), line);
         return nullptr;

@@ -237,6 +237,8 @@ TEST(KwMemory, TheReleaseReportsWhatIsStillAlive) {
     Drop(Take(10));
     KwMemory::AttackLogAction(nullptr);
     EXPECT_EQ(g_trace.size(), 2u);
+    EXPECT_EQ(Take(0xFFFFFFF0u), nullptr);
+    EXPECT_EQ(TakeMemoryReports().size(), 1u);
     unsigned char* lone = Take(10);
     EXPECT_TRUE(AllBytesAre(lone, 0, 10, 0));
     lone = static_cast<unsigned char*>(KwMemory::Realloc(lone, 1000, "r.cpp", 1));
