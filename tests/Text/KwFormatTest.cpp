@@ -12,6 +12,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "Kw/KwStr.h"
@@ -54,8 +55,25 @@ KwWString WideText(const KwWChar* format, ...) {
     return done ? text : KW_W("error");
 }
 
+// MinGW's C library slips in the sign of a NaN, in "%#.0o" of 0, in the padding of "%g" and in "%a". Elsewhere it
+// can be compared with.
+template <class T>
+bool CLibrarySlips(const std::string& format, T value) {
+    static const bool slips = [] {
+        char text[8];
+        return std::snprintf(text, sizeof(text), "%#.0o", 0) != 1;
+    }();
+    if (!slips) return false;
+    if constexpr (std::is_floating_point_v<T>) {
+        return std::isnan(value) || format.find_first_of("aAgG") != std::string::npos;
+    } else {
+        return value == 0 && format.find('#') != std::string::npos;
+    }
+}
+
 template <class T>
 void Compare(const std::string& format, int a, int b, int stars, T value) {
+    if (CLibrarySlips(format, value)) return;
     char expected[8192];
     std::string narrow;
     std::string wide;
