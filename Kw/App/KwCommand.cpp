@@ -258,6 +258,8 @@ void KwCommand::ShowInfo(CommandMap& commands) {
 
 void KwCommand::OnEvent() {
     if (!HasPending()) return;
+    // In the order in which a handler that calls this holds them.
+    const Guard registry(this);
     const std::lock_guard<KwLock> running(pendingLock_);
     stopLines_.store(false, std::memory_order_relaxed);
     while (!stopLines_.load(std::memory_order_relaxed)) {

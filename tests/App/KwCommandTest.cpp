@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
+#include <thread>
 #include <vector>
 
 #include "Kw/Helper/KwLogSystem.h"
@@ -212,6 +215,31 @@ TEST_F(KwCommandTest, ATargetThatWasRegisteredAndDiedIsNotCalled) {
     delete mortal;
     Do("mortal 2");
     EXPECT_EQ(TakeLog(), "function mortal not found,docommand error\n");
+}
+
+// One thread runs the pending lines while a handler on another one is about to.
+TEST_F(KwCommandTest, TwoThreadsMayRunThePendingLines) {
+    struct Pending : KwCommand {
+        using KwCommand::PushLine;
+    };
+    Pending shared;
+    shared.Add("outer", &target, &Derived::OnCall);
+    shared.Add("inner", Plain);
+    std::atomic<bool> inHandler{false};
+    target.inside = [&] {
+        inHandler = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        shared.OnEvent();
+    };
+    shared.PushLine("inner 1");
+    std::thread other([&] {
+        while (!inHandler) std::this_thread::yield();
+        shared.OnEvent();
+    });
+    char line[] = "outer";
+    shared.Do(line, -1);
+    other.join();
+    EXPECT_EQ(g_plainCalls, (Calls{"inner:1"}));
 }
 
 // A log callback of the host may change the registry while its list goes out.
