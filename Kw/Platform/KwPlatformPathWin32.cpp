@@ -15,6 +15,12 @@ bool IsFull(const wchar_t* path) {
     return (path[0] != 0 && path[1] == L':' && path[2] == L'\\') || (path[0] == L'\\' && path[1] == L'\\');
 }
 
+// Whether everybody who has the file open lets others rename and remove it.
+bool IsSharedByAll(const wchar_t* path) {
+    return static_cast<bool>(
+        OwnHandle(CreateFileW(path, GENERIC_READ | DELETE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr)));
+}
+
 }  // namespace
 
 WidePath::WidePath(const char* path) {
@@ -70,7 +76,8 @@ bool PutInPlace(const wchar_t* from, const wchar_t* to) {
         const bool file = attributes != INVALID_FILE_ATTRIBUTES &&
                           (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY)) == 0;
         // An open file cannot be replaced, but it can be renamed out of the way, which this call does.
-        if (blocked && file && ReplaceFileW(to, from, nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr)) {
+        if (blocked && file && IsSharedByAll(to) &&
+            ReplaceFileW(to, from, nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr)) {
             return true;
         }
         // Virus scanners and indexers look into new files, and are done in a moment.

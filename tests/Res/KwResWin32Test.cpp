@@ -1,9 +1,8 @@
 // What only systems with drives have.
-#include <cstring>
+#include <fstream>
 #include <string>
 
 #include "Kw/KwBuffer.h"
-#include "Kw/KwOS.h"
 #include "Kw/Res/KwFile.h"
 #include "Kw/Res/KwRes.h"
 #include "KwResFixture.h"
@@ -45,6 +44,25 @@ TEST_F(KwResWin32Test, AReadOnlyFileIsKept) {
     EXPECT_EQ(CountEntries(), 1);
     std::filesystem::permissions(folder_ / "a", std::filesystem::perms::owner_write,
                                  std::filesystem::perm_options::add);
+    EXPECT_TRUE(KwRes::SaveFile(Path("a").c_str(), "new", 3));
+    EXPECT_EQ(Get("a"), "new");
+}
+
+// The C library's streams let others read and write, but neither rename nor remove the file.
+TEST_F(KwResWin32Test, AFileThatIsNotSharedStaysAsItIs) {
+    Put("a", "kept");
+    Put("b", "b");
+    {
+        const std::ifstream holder(folder_ / "a");
+        EXPECT_FALSE(KwRes::SaveFile(Path("a").c_str(), "new", 3));
+        EXPECT_EQ(LogLine(), "write file error size=3");
+        EXPECT_FALSE(KwRes::CopyFileTo(Path("b").c_str(), Path("a").c_str()));
+        EXPECT_FALSE(KwRes::RenameFile(Path("a").c_str(), Path("c").c_str()));
+        EXPECT_FALSE(KwRes::DeleteFileW(Path("a").c_str()));
+        EXPECT_EQ(TakeLog().size(), 3u);
+        EXPECT_EQ(Get("a"), "kept");
+        EXPECT_EQ(CountEntries(), 2);
+    }
     EXPECT_TRUE(KwRes::SaveFile(Path("a").c_str(), "new", 3));
     EXPECT_EQ(Get("a"), "new");
 }
