@@ -90,8 +90,8 @@ TEST(KwTimeTest, TicksAndCountersMeasureASleep) {
     // Below 1 the counter's steps count as seconds; the result wraps in 32 bits.
     EXPECT_LT(KwTime::QueryTime(1e300, 0), 1u);
     KwTime::QueryTimeStart(&start, nullptr);
-    const double thousand = KwTime::QueryTime(start, 0);
-    EXPECT_EQ(static_cast<int>(thousand) % 8, 0) << "1000 for each step";
+    const unsigned int thousand = KwTime::QueryTime(start, 0);
+    EXPECT_EQ(thousand % 8, 0u) << "1000 for each step";
 }
 
 // Packing -------------------------------------------------------------------------------------------------------
