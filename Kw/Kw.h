@@ -30,6 +30,7 @@
 #include "Kw/KwStr.h"
 #include "Kw/KwTestProssTime.h"
 #include "Kw/KwTime.h"
+#include "Kw/KwUtf.h"
 #include "Kw/KwVersion.h"
 #include "Kw/Res/KwDataObject.h"
 #include "Kw/Res/KwDataObjectItem.h"

@@ -5,8 +5,14 @@ install(TARGETS Kw EXPORT KwTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+# The headers that Kw.h brings; the rest are the sources' own.
+set(kw_internal KwLogData KwLogLine KwCalendar KwFormatNumber KwFormatSink KwFormatSpec KwListenEvent KwMemoryBlock
+  KwMemoryState KwModuleChain KwStaticLock KwStrText KwUtfCode KwUtfKernel KwDataBlocks KwDataFile KwDataParser
+  KwDataWalk KwFileWriter KwResTable KwTableScan KwTableScanKernel KwTableScanSets)
+list(TRANSFORM kw_internal APPEND "\\.h")
+list(JOIN kw_internal "|" kw_internal)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/Kw DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-  FILES_MATCHING PATTERN "*.h" PATTERN "Platform" EXCLUDE)
+  FILES_MATCHING PATTERN "*.h" PATTERN "Platform" EXCLUDE REGEX "/(${kw_internal})$" EXCLUDE)
 install(EXPORT KwTargets NAMESPACE Kw:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Kw)
 
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/KwConfig.cmake.in ${PROJECT_BINARY_DIR}/KwConfig.cmake
