@@ -24,5 +24,18 @@ install(FILES ${kw_runtime_dlls} DESTINATION ${CMAKE_INSTALL_BINDIR})
 add_compile_definitions(_WIN32_WINNT=0x0601)
 add_compile_options(-msse2 -mfpmath=sse)
 
-# Every exported class is exported whole: hosts may take the address of an inline operation.
-set(CMAKE_VISIBILITY_INLINES_HIDDEN OFF)
+# kw_export_whole(target): also exports what the classes define inline. The compiler leaves that out, even where it
+# has emitted it, so one source emits all of it and a module definition names it to the linker.
+function(kw_export_whole target)
+  add_library(KwExport OBJECT ${PROJECT_SOURCE_DIR}/Kw/KwExport.cpp)
+  target_compile_definitions(KwExport PRIVATE KW_BUILDING)
+  target_compile_options(KwExport PRIVATE -Os -fkeep-inline-functions)
+  target_include_directories(KwExport PRIVATE ${PROJECT_SOURCE_DIR})
+  kw_own_sources(KwExport)
+  set(def ${PROJECT_BINARY_DIR}/Kw.def)
+  add_custom_command(OUTPUT ${def}
+    COMMAND ${CMAKE_COMMAND} -DNM=${CMAKE_NM} -DOBJECT=$<TARGET_OBJECTS:KwExport> -DDEF=${def}
+      -P ${PROJECT_SOURCE_DIR}/cmake/KwExportDef.cmake
+    DEPENDS KwExport $<TARGET_OBJECTS:KwExport> ${PROJECT_SOURCE_DIR}/cmake/KwExportDef.cmake VERBATIM)
+  target_sources(${target} PRIVATE $<TARGET_OBJECTS:KwExport> ${def})
+endfunction()
