@@ -32,7 +32,7 @@ void ConsoleEcho(const char* text, int length);
 void ConsoleErase(const char* text, int length);
 
 // Asks the person at the console and waits for yes or no; true for yes. Where nobody could answer
-// (standard input is no terminal or hung up, or a stop signal came) the answer is yes.
+// (standard input is no terminal or hung up, a stop signal came, or Windows shows no box) the answer is yes.
 bool ConsoleAsk(const char* caption, const char* text);
 
 }  // namespace KwPlatform

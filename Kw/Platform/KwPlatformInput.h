@@ -2,6 +2,7 @@
 //
 // At a terminal keys arrive unbuffered and unechoed while they are polled, and the terminal's own modes
 // come back on InputRestore, at exit and on a signal. From a pipe or a file the same calls read its bytes.
+// On Windows a pipe or a file is read by a thread that lives until its end, and keeps the library loaded so long.
 // Both kinds of reader share one read-ahead, so changing between them loses nothing.
 // Thread-safety: any thread; concurrent readers share out keys or lines between them.
 #pragma once

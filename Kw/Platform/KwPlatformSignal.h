@@ -1,5 +1,5 @@
-// KwPlatformSignal: the requests to stop that come from outside (SIGINT and SIGTERM; Ctrl+C and
-// Ctrl+Break at a Windows console).
+// KwPlatformSignal: the requests to stop that come from outside (SIGINT and SIGTERM; Ctrl+C, Ctrl+Break and
+// the closing of its window at a Windows console).
 //
 // While they are caught the first one only sets a flag that the main loop reads; the second
 // ends the process at once as if nothing were caught, terminal modes put back.
