@@ -66,7 +66,10 @@ bool FileHasArchive(const char* path);
 
 bool FolderCreate(const char* path);  // one folder; fails when it exists
 bool FolderRemove(const char* path);  // an empty folder
-bool FileRemove(const char* path);    // no folder; a link to one, the link itself
+// Waits until the names in a folder are on disk: files made, renamed and removed in it. True at once on Windows, where
+// the system keeps them in order by itself.
+bool FolderSync(const char* path);
+bool FileRemove(const char* path);  // no folder; a link to one, the link itself
 // Renames or moves a file or folder. An existing target is an error unless `replace` is set, which puts
 // a file in place of a file in one step. A file may move between volumes, a folder may not.
 bool FileRename(const char* from, const char* to, bool replace);

@@ -141,6 +141,16 @@ bool FolderRemove(const char* path) {
     return native && rmdir(native.Get()) == 0;
 }
 
+bool FolderSync(const char* path) {
+    const NativePath native(path);
+    const int fd = native ? open(native.Get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+    if (fd < 0) return false;
+    // Some file systems know no flushing of folders.
+    const bool ok = fsync(fd) == 0 || errno == EINVAL;
+    close(fd);
+    return ok;
+}
+
 bool FileRemove(const char* path) {
     const NativePath native(path);
     return native && unlink(native.Get()) == 0;

@@ -234,6 +234,10 @@ bool FolderRemove(const char* path) {
     return native && RemoveDirectoryW(native.Get()) != 0;
 }
 
+bool FolderSync(const char* path) {
+    return FolderExists(path);
+}
+
 bool FileRemove(const char* path) {
     const WidePath native(path);
     if (!native) return false;

@@ -98,6 +98,17 @@ bool KwFile::OpenFromBuffer(KwBuffer* buffer, bool canRead, bool canWrite) {
     return true;
 }
 
+bool KwFile::OpenToString(std::string* out) {
+    Close();
+    if (out == nullptr || out->size() > kMaxSize) return false;
+    handle_ = out;
+    size_ = position_ = static_cast<unsigned int>(out->size());
+    kind_ = kText;
+    access_ = kWrite;
+    append_ = true;
+    return true;
+}
+
 bool KwFile::OpenForWrite(const char* path, bool append, unsigned short kind) {
     std::uint64_t length = 0;
     std::FILE* stream = KwPlatform::FileOpen(path, append ? "ab" : "wb", length);
@@ -225,5 +236,5 @@ void* KwFile::GetHandle() {
         shared_ = true;
         untouched_ = false;
     }
-    return handle_;
+    return kind_ == kText ? nullptr : handle_;
 }

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <string>
 
 #include "Kw/KwMemory.h"
 
@@ -40,6 +41,10 @@ public:
     // not grow. Nobody else may shorten or replace the buffer's block meanwhile.
     bool OpenFromBuffer(KwBuffer* buffer, bool canRead, bool canWrite);
 
+    // Opens `out` for writing: everything goes to its end, as to a file on disk opened for appending. It stays the
+    // caller's and lives until Close.
+    bool OpenToString(std::string* out);
+
     // Creates or empties a file, for writing. The path is taken as it is: resource paths are for reading.
     bool Create(const char* path);
     bool Create(const KwWChar* path);
@@ -65,7 +70,7 @@ public:
     bool Write(const void* data, unsigned int size);
     // Writes `text` up to its terminator (`len` is not used) and a line feed. Null writes the line feed.
     bool WriteLine(const char* text, int len);
-    // Write formatted text to a file on disk, wide text as UTF-8. WriteV is silent about a null format, a
+    // Write formatted text to a file on disk (or a string), wide text as UTF-8. WriteV is silent about a null format, a
     // missing write access and other kinds of file.
     bool WriteF(const char* format, ...) KW_PRINTF(2, 3);
     bool WriteF(const KwWChar* format, ...);
@@ -89,13 +94,13 @@ public:
     unsigned int IsPackFile() const;
     bool IsFileOut() const { return kind_ == kDisk || kind_ == kDiskWide; }
     bool IsMemory() const { return kind_ == kMemory; }
-    // The stdio stream, the KwPackEntry or the KwBuffer; null when closed. What is held back is written
-    // out first. Whoever writes through the stream does so before the next operation of this object.
+    // The stdio stream, the KwPackEntry or the KwBuffer; null when closed and for a string. What is held back is
+    // written out first. Whoever writes through the stream does so before the next operation of this object.
     void* GetHandle();
 
 private:
-    enum : unsigned short { kClosed, kDisk, kPack, kMemory, kDiskWide };  // kind_
-    enum : unsigned short { kRead = 1, kWrite = 2 };                      // access_
+    enum : unsigned short { kClosed, kDisk, kPack, kMemory, kDiskWide, kText };  // kind_
+    enum : unsigned short { kRead = 1, kWrite = 2 };                             // access_
 
     bool OpenDisk(const char* name, unsigned short kind);
     bool OpenForWrite(const char* path, bool append, unsigned short kind);

@@ -147,6 +147,12 @@ bool KwFile::Write(const void* data, unsigned int size) {
     if (size == 0) return true;
     if (data == nullptr) return false;
     if (IsFileOut()) return WriteDisk(data, size);
+    if (kind_ == kText) {
+        if (size > kMaxSize - size_) return KwLogSystem::PushRes("write file error size=%d", static_cast<int>(size));
+        static_cast<std::string*>(handle_)->append(static_cast<const char*>(data), size);
+        Written(size);
+        return true;
+    }
     unsigned char* bytes = Content(size);
     if (bytes == nullptr) return KwLogSystem::PushRes("write file buffer error:%u,%u,%u", position_, size_, size);
     std::memmove(bytes, data, size);
@@ -171,7 +177,7 @@ bool KwFile::WriteLine(const char* text, int) {
 }
 
 bool KwFile::WriteV(const char* format, va_list args) {
-    if (format == nullptr || !CanWrite() || !IsFileOut()) return false;
+    if (format == nullptr || !CanWrite() || !(IsFileOut() || kind_ == kText)) return false;
     SyncWithStream();
     // Straight into the room for held bytes, if it fits there.
     unsigned int room = 0;
@@ -194,7 +200,7 @@ bool KwFile::WriteV(const char* format, va_list args) {
 }
 
 bool KwFile::WriteV(const KwWChar* format, va_list args) {
-    if (format == nullptr || !CanWrite() || !IsFileOut()) return false;
+    if (format == nullptr || !CanWrite() || !(IsFileOut() || kind_ == kText)) return false;
     KwWString wide;
     if (!KwFormat::Append(wide, format, args)) return KwLogSystem::PushRes("writefilev error");
     // At most three bytes for a unit.
@@ -206,7 +212,8 @@ bool KwFile::WriteV(const KwWChar* format, va_list args) {
 }
 
 bool KwFile::WriteF(const char* format, ...) {
-    if (format == nullptr || !CanWrite() || !IsFileOut()) return KwLogSystem::PushRes("writefilef error");
+    if (format == nullptr || !CanWrite() || !(IsFileOut() || kind_ == kText))
+        return KwLogSystem::PushRes("writefilef error");
     va_list args;
     va_start(args, format);
     const bool ok = WriteV(format, args);
@@ -215,7 +222,8 @@ bool KwFile::WriteF(const char* format, ...) {
 }
 
 bool KwFile::WriteF(const KwWChar* format, ...) {
-    if (format == nullptr || !CanWrite() || !IsFileOut()) return KwLogSystem::PushRes("writefilef error");
+    if (format == nullptr || !CanWrite() || !(IsFileOut() || kind_ == kText))
+        return KwLogSystem::PushRes("writefilef error");
     va_list args;
     va_start(args, format);
     const bool ok = WriteV(format, args);
