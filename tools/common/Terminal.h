@@ -1,0 +1,6 @@
+// Whether the standard streams are terminals.
+#pragma once
+
+enum class Stream { kOutput, kError };
+
+bool IsTerminal(Stream stream);
