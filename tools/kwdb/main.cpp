@@ -14,7 +14,7 @@ constexpr const char* kAbout =
     "The database NAME in the folder DIR has a journal (NAME.info), journals that stand aside until the host has\n"
     "committed them (NAME.info.1 ...), a copy of all journal records (NAME.logdat, earlier ones NAME.logdat_1 ...), a\n"
     "text log (NAME.log) and data files (NAME.dat, NAME.dat_1 ...). A host refuses to open a damaged journal: look\n"
-    "with \"check\", then repair.";
+    "with \"check\", then repair.\n";
 
 constexpr const char* kMore =
     "Examples:\n"
