@@ -10,6 +10,7 @@ bool StoreApp::OnInit(KwDS* config) {
     AddPaths(config);
     // A table that is missing is reported and leaves the others usable.
     tables_.Open(config);
+    if (!OpenStore(config)) return false;
     // Nobody at a console notices 5 ms, and an idle store costs next to no processor time.
     SetPassSleep(5);
     KwCommand* commands = GetCommand();
@@ -20,6 +21,7 @@ bool StoreApp::OnInit(KwDS* config) {
     commands->Add("info.memory", this, &StoreApp::OnInfoMemory, "the allocator's counters");
     commands->Add("info.version", this, &StoreApp::OnInfoVersion, "the library's version");
     commands->Add("log.file", this, &StoreApp::OnLogFile, "[PATH]: log to a file, without PATH to the console");
+    commands_.Register(commands);
     return true;
 }
 
@@ -28,7 +30,14 @@ void StoreApp::OnPreRun() {
     std::fflush(stdout);
 }
 
+void StoreApp::OnRun(unsigned int tick) {
+    commands_.Pass(tick);
+}
+
 void StoreApp::OnClose() {
+    commands_.Settle();
+    db_.Close();
+    commands_.Settle(true);
     std::printf("%s stops\n", Name());
     std::fflush(stdout);
 }
@@ -43,27 +52,46 @@ void StoreApp::AddPaths(KwDS* config) {
     for (int i = 1; i <= paths->GetArraySize(); ++i) KwRes::SetResPath(paths->GetString(i, nullptr, ""), -1);
 }
 
+bool StoreApp::OpenStore(KwDS* config) {
+    KwDS* settings = config == nullptr ? nullptr : config->GetStruct("Store");
+    std::string folder = settings == nullptr ? "store" : settings->GetString("folder", nullptr, "store");
+    const bool absolute = !folder.empty() && (folder[0] == '/' || folder[0] == '\\' || folder.find(':') == 1);
+    if (!absolute) folder.insert(0, KwRes::GetProcessPath());
+    if (db_.Start(folder, settings == nullptr || settings->GetBool("durable", true))) return true;
+    KwDBRTNames names;
+    names.Init(folder, StoreDB::GetFileName());
+    const bool writable = KwDBFiles::GetDisk()->Open(names.GetLock(), true) != nullptr;
+    std::fprintf(stderr, "kwstore: the store in %s cannot be opened: %s\n", folder.c_str(),
+                 writable ? "the log says why" : "no right to write there");
+    return false;
+}
+
 void StoreApp::OnTableList(const std::string&, KwCmd*) {
+    commands_.Settle();
     tables_.List();
     std::fflush(stdout);
 }
 
 void StoreApp::OnTableCount(const std::string&, KwCmd* params) {
+    commands_.Settle();
     tables_.Count(params->GetString(1, ""));
     std::fflush(stdout);
 }
 
 void StoreApp::OnTableRow(const std::string&, KwCmd* params) {
+    commands_.Settle();
     tables_.Row(params->GetString(1, ""), params->GetInt(2, 0));
     std::fflush(stdout);
 }
 
 void StoreApp::OnTableFind(const std::string&, KwCmd* params) {
+    commands_.Settle();
     tables_.Find(params->GetString(1, ""), params->GetString(2, ""), params->GetString(3, nullptr));
     std::fflush(stdout);
 }
 
 void StoreApp::OnInfoMemory(const std::string&, KwCmd*) {
+    commands_.Settle();
     double held = 0;
     double allocated = 0;
     KwMemory::QueryInfo(&held, &allocated, nullptr);
@@ -72,11 +100,13 @@ void StoreApp::OnInfoMemory(const std::string&, KwCmd*) {
 }
 
 void StoreApp::OnInfoVersion(const std::string&, KwCmd*) {
+    commands_.Settle();
     std::printf("Kw %s\n", Kw_Version());
     std::fflush(stdout);
 }
 
 void StoreApp::OnLogFile(const std::string&, KwCmd* params) {
+    commands_.Settle();
     const char* path = params->GetString(1, "");
     if (path[0] == '\0') {
         KwLogSystem::SetOutputLogConsole(false);

@@ -1,16 +1,19 @@
-// StoreApp: kwstore's application object: its configuration, its tables and its console commands.
+// StoreApp: kwstore's application object: its configuration, its tables, its store and its console commands.
 #pragma once
 
 #include <string>
 
 #include <Kw/Kw.h>
 
+#include "StoreCommands.h"
+#include "StoreDB.h"
 #include "StoreTables.h"
 
 class StoreApp : public KwAppClass {
 protected:
     bool OnInit(KwDS* config) override;
     void OnPreRun() override;
+    void OnRun(unsigned int tick) override;
     void OnClose() override;
     // Asks at a terminal; without one nobody could answer, and the store stops.
     bool CanStopApp() override;
@@ -19,6 +22,7 @@ private:
     // The configuration's "AppName", or what the program is called.
     const char* Name() const;
     void AddPaths(KwDS* config);
+    bool OpenStore(KwDS* config);
     void OnTableList(const std::string& name, KwCmd* params);
     void OnTableCount(const std::string& name, KwCmd* params);
     void OnTableRow(const std::string& name, KwCmd* params);
@@ -28,4 +32,6 @@ private:
     void OnLogFile(const std::string& name, KwCmd* params);
 
     StoreTables tables_;
+    StoreDB db_;
+    StoreCommands commands_{db_, tables_};
 };

@@ -1,17 +1,6 @@
 #include "StoreTables.h"
 
 #include <cstdio>
-#include <string_view>
-
-namespace {
-
-std::string_view Cell(const KwTablePtr& table, int row, int column) {
-    unsigned int length = 0;
-    const char* text = table.GetData(row - 1, column - 1, nullptr, &length);
-    return text == nullptr ? std::string_view() : std::string_view(text, length);
-}
-
-}  // namespace
 
 bool StoreTables::Open(KwDS* config) {
     KwDS* list = config == nullptr ? nullptr : config->GetStruct("Tables");
@@ -22,9 +11,16 @@ bool StoreTables::Open(KwDS* config) {
         const char* file = entry == nullptr ? "" : entry->GetString("file", nullptr, "");
         if (name.empty() || tables_.count(name) != 0) {
             all = KwLogSystem::PushRes("entry %d of Tables has no name of its own", i);
-        } else if (!tables_[name].Load(file)) {
+        } else if (!tables_[name].cells.Load(file)) {
             tables_.erase(name);
             all = KwLogSystem::PushRes("table \"%s\" (entry %d of Tables) is not open", name.c_str(), i);
+        } else {
+            Table& table = tables_[name];
+            table.key = entry->GetString("key", nullptr, "");
+            if (!table.key.empty() && table.cells.FindColumn(table.key.c_str(), 1) == 0) {
+                all = KwLogSystem::PushRes("table \"%s\" has no column \"%s\"", name.c_str(), table.key.c_str());
+                tables_.erase(name);
+            }
         }
     }
     return all;
@@ -32,14 +28,26 @@ bool StoreTables::Open(KwDS* config) {
 
 const KwTablePtr* StoreTables::Get(const char* name) const {
     const auto found = tables_.find(std::string_view(name));
-    if (found != tables_.end()) return &found->second;
+    if (found != tables_.end()) return &found->second.cells;
     std::printf("no table \"%s\"; table.list shows them\n", name);
     return nullptr;
 }
 
+int StoreTables::GetKeyColumn(const char* name) const {
+    const auto found = tables_.find(std::string_view(name));
+    if (found == tables_.end() || found->second.key.empty()) return 1;
+    return found->second.cells.FindColumn(found->second.key.c_str(), 1);
+}
+
+std::string_view StoreTables::GetCell(const KwTablePtr& table, int row, int column) {
+    unsigned int length = 0;
+    const char* text = table.GetData(row - 1, column - 1, nullptr, &length);
+    return text == nullptr ? std::string_view() : std::string_view(text, length);
+}
+
 void StoreTables::List() const {
     for (const auto& [name, table] : tables_) {
-        std::printf("%s: %d rows, %d columns\n", name.c_str(), table.GetRowNum(), table.GetColumnNum());
+        std::printf("%s: %d rows, %d columns\n", name.c_str(), table.cells.GetRowNum(), table.cells.GetColumnNum());
     }
     std::printf("%zu tables\n", tables_.size());
 }
@@ -77,7 +85,7 @@ void StoreTables::Find(const char* name, const char* text, const char* column) c
     int found = 0;
     for (int row = 1; row <= table->GetRowNum(); ++row) {
         for (int at = first; at <= last; ++at) {
-            if (Cell(*table, row, at) != text) continue;
+            if (GetCell(*table, row, at) != text) continue;
             PrintRow(*table, row);
             ++found;
             break;
@@ -89,8 +97,8 @@ void StoreTables::Find(const char* name, const char* text, const char* column) c
 void StoreTables::PrintRow(const KwTablePtr& table, int row) {
     std::printf("row %d\n", row);
     for (int column = 1; column <= table.GetColumnNum(); ++column) {
-        const std::string_view title = Cell(table, 1, column);
-        const std::string_view value = Cell(table, row, column);
+        const std::string_view title = GetCell(table, 1, column);
+        const std::string_view value = GetCell(table, row, column);
         std::printf("  %.*s: %.*s\n", static_cast<int>(title.size()), title.data(), static_cast<int>(value.size()),
                     value.data());
     }

@@ -6,13 +6,14 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 
 #include <Kw/Kw.h>
 
 class StoreTables {
 public:
-    // Opens the tables of the document's list "Tables": documents with a `name` and a `file`. False when one
-    // cannot be read; the others are open then.
+    // Opens the tables of the document's list "Tables": documents with a `name` and a `file`, and perhaps
+    // a `key`, the column that names a row. False when one cannot be read; the others are open then.
     bool Open(KwDS* config);
 
     // Each answers on standard output.
@@ -23,9 +24,20 @@ public:
     // Prints the rows with a cell that is `text`; in the column of that name, or in any when it is null.
     void Find(const char* name, const char* text, const char* column) const;
 
-private:
+    // The table; null, and says so, when there is none of that name.
     const KwTablePtr* Get(const char* name) const;
+    // The number of its column that names a row: its `key`, or the first.
+    int GetKeyColumn(const char* name) const;
+    // A cell, empty outside the table. Counts from 1.
+    static std::string_view GetCell(const KwTablePtr& table, int row, int column);
+
+private:
+    struct Table {
+        KwTablePtr cells;
+        std::string key;
+    };
+
     static void PrintRow(const KwTablePtr& table, int row);
 
-    std::map<std::string, KwTablePtr, std::less<>> tables_;
+    std::map<std::string, Table, std::less<>> tables_;
 };

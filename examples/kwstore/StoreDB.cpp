@@ -1,0 +1,158 @@
+#include "StoreDB.h"
+
+#include <algorithm>
+
+#include "StoreSnapshot.h"
+
+namespace {
+
+constexpr int kMaxRecord = static_cast<int>(StoreCodec::kMaxPayload + KwDBRTRecord::kHeaderSize);
+constexpr const char* kTakesNone = "the database takes no changes; see the log";
+
+}  // namespace
+
+bool StoreDB::Start(const std::string& folder, bool durable) {
+    folder_ = folder;
+    durable_ = durable;
+    snapshotRead_ = false;
+    loaded_ = replayed_ = 0;
+    droppedAtSave_ = 0;
+    queued_ = 1;  // the login record
+    SetDurable(durable);
+    if (Open(kMaxRecord, folder, GetFileName())) return true;
+    Close();
+    return false;
+}
+
+// Reading -------------------------------------------------------------------------------------------------------
+
+// Called by whichever hook comes first, so that it happens before the journal is applied and behind the
+// database's lock: another process may write a new snapshot until it gives that back.
+bool StoreDB::LoadSnapshot() {
+    if (snapshotRead_) return true;
+    char path[KwRes::kPathSize];
+    MakeFileData(path, 0, "snapshot");
+    snapshotRead_ = StoreSnapshot::Load(path, [this](double id, StoreChange& change, const StorePlace& place) {
+        auto* object = id > 0 ? static_cast<StoreObject*>(AddObject(change.name, id)) : nullptr;
+        if (object == nullptr) return false;
+        object->fields.swap(change.fields);
+        object->place = place;
+        ++loaded_;
+        return true;
+    });
+    return snapshotRead_;
+}
+
+bool StoreDB::OnLoadObjectData(double id, unsigned char*& cursor, unsigned char* end, int fileNumber,
+                               unsigned int offset, unsigned int size, STime*, int& count) {
+    if (!LoadSnapshot()) return false;
+    const std::string_view payload(reinterpret_cast<char*>(cursor), static_cast<std::size_t>(end - cursor));
+    StoreChange change;
+    const char* why = StoreCodec::Decode(payload, change);
+    if (why == nullptr && !Apply(id, change, {fileNumber, offset, size})) why = "the object is refused";
+    if (why != nullptr) return KwLogSystem::PushRes("read change of object %.0f error: %s", id, why);
+    cursor = end;
+    ++replayed_;
+    ++count;
+    return true;
+}
+
+// After a crash the journal can begin with changes that the snapshot has already, made while names and ids had
+// other holders. Those go; the records that brought them here follow.
+bool StoreDB::Apply(double id, StoreChange& change, const StorePlace& place) {
+    const CKwDBRTObject* holder = FindObject(change.name);
+    if (holder != nullptr && (change.isDelete || holder->GetId() != id)) RemoveObject(change.name);
+    auto* object = static_cast<StoreObject*>(FindObject(id));
+    if (object != nullptr && (change.isDelete || object->GetName() != change.name)) {
+        RemoveObject(id);
+        object = nullptr;
+    }
+    if (change.isDelete) return true;
+    if (object == nullptr && id > 0) object = static_cast<StoreObject*>(AddObject(change.name, id));
+    if (object == nullptr) return false;
+    object->fields.swap(change.fields);
+    object->place = place;
+    return true;
+}
+
+std::vector<std::string> StoreDB::Find(const std::string& prefix) {
+    std::vector<std::string> names;
+    WalkObjects([&](CKwDBRTObject* object) {
+        if (object->GetName().starts_with(prefix)) names.push_back(object->GetName());
+    });
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// Changing ------------------------------------------------------------------------------------------------------
+
+const char* StoreDB::Put(const std::string& name, const StoreFields& fields) {
+    if (const char* why = StoreCodec::Check(name, fields)) return why;
+    const std::string payload = StoreCodec::EncodeSet(name, fields);
+    const auto size = static_cast<unsigned int>(payload.size());
+    KwBuffer data;
+    const bool large = payload.size() > kDataSize;
+    if (large && (!data.Alloc(size) || !data.AddData(payload.data(), size))) return "memory is out";
+    StoreObject* object = Get(name);
+    const bool isNew = object == nullptr;
+    if (isNew) object = static_cast<StoreObject*>(AddObject(name, 0));
+    if (object == nullptr) return "the object cannot be added";
+    StorePlace place;
+    KwBuffer* record = object->BeginUpdate(large ? &data : nullptr, &place.file, &place.offset, &place.size);
+    if (record == nullptr) {
+        if (isNew) RemoveObject(name);
+        return kTakesNone;
+    }
+    record->AddData(payload.data(), size);  // fits: a record takes kMaxPayload
+    object->fields = fields;
+    object->place = place;
+    object->EndUpdate(record, true);
+    ++queued_;
+    return nullptr;
+}
+
+const char* StoreDB::Delete(const std::string& name) {
+    CKwDBRTObject* object = KeepObject(name);
+    if (object == nullptr) return "no such object";
+    const std::string payload = StoreCodec::EncodeDelete(name);
+    KwBuffer* record = object->BeginUpdate();
+    if (record != nullptr) {
+        record->AddData(payload.data(), static_cast<unsigned int>(payload.size()));
+        RemoveObject(name);
+        object->EndUpdate(record, true);
+        ++queued_;
+    }
+    object->Release();
+    return record == nullptr ? kTakesNone : nullptr;
+}
+
+// Commits -------------------------------------------------------------------------------------------------------
+
+bool StoreDB::Save() {
+    if (!Checkpoint()) return false;
+    // A change that the journal refused stands in memory only, and made no record that Checkpoint counts.
+    return droppedAtSave_ == GetDroppedCount() || SaveSnapshot();
+}
+
+bool StoreDB::SaveSnapshot() {
+    char path[KwRes::kPathSize];
+    MakeFileData(path, 0, "snapshot");
+    StoreSnapshot snapshot;
+    WalkObjects([&](CKwDBRTObject* object) { snapshot.Add(*static_cast<StoreObject*>(object)); });
+    if (!snapshot.Save(path, folder_)) return false;
+    droppedAtSave_ = GetDroppedCount();
+    return true;
+}
+
+bool StoreDB::OnCommit(int) {
+    ++queued_;  // the commit record
+    return LoadSnapshot() && SaveSnapshot();
+}
+
+void StoreDB::OnDecryptLog(double, unsigned char* payload, int length, KwFile& textLog) {
+    StoreChange change;
+    const std::string_view bytes(reinterpret_cast<char*>(payload), static_cast<std::size_t>(length));
+    const char* why = StoreCodec::Decode(bytes, change);
+    const std::string text = why == nullptr ? StoreCodec::Describe(change) : std::string(why);
+    textLog.Write(text.data(), static_cast<unsigned int>(text.size()));
+}
