@@ -54,24 +54,30 @@ bool CKwDBRT::Open(int maxRecord, const std::string& directory, const std::strin
         return KwLogSystem::PushRes("create folder %s error", directory_.c_str());
     }
     if (!writer_->Begin(names)) return false;
-    if (!LoadInfo()) {
+    // First the places, so that hooks of the loader may change objects.
+    if (!FindFileEnd() || !LoadInfo()) {
         writer_->End();
         return false;
-    }
-    {
-        // Only file 0 is asked, also when earlier runs went on to others: places in those are then found taken
-        // by the writer. Hosts start such a database with an empty data file 0 after they have committed.
-        const Guard guard(objectLock_);
-        fileNumber_ = 0;
-        const std::unique_ptr<KwDBFile> file = writer_->GetFiles().Open(names.GetFile("dat"), false);
-        fileEnd_ =
-            file == nullptr ? 0 : static_cast<unsigned int>(std::min<std::uint64_t>(file->GetSize(), 0xFFFFFFFFu));
     }
     open_.store(true);
     if (OnOpen()) return true;
     open_.store(false);
     writer_->End();
     return false;
+}
+
+// Where the places of this run begin. Only file 0 is asked, also when earlier runs went on to others: their places are
+// then handed out again, and the writer finds them taken. Hosts that fill gigabytes start a new database instead.
+bool CKwDBRT::FindFileEnd() {
+    const Guard guard(objectLock_);
+    fileNumber_ = 0;
+    fileEnd_ = 0;
+    const std::string path = writer_->GetNames().GetFile("dat");
+    if (!writer_->GetFiles().Exists(path)) return true;
+    const std::unique_ptr<KwDBFile> file = writer_->GetFiles().Open(path, false);
+    if (file == nullptr) return KwLogSystem::PushRes("open file %s error", path.c_str());
+    fileEnd_ = static_cast<unsigned int>(std::min<std::uint64_t>(file->GetSize(), 0xFFFFFFFFu));
+    return true;
 }
 
 void CKwDBRT::Close() {

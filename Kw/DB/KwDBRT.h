@@ -166,6 +166,7 @@ private:
         int Release() override { return 1; }
     };
 
+    bool FindFileEnd();
     bool LoadInfo();
     bool Replay(KwDBRTReader& reader, int& count, std::uint64_t& records);
     void PostLogin();

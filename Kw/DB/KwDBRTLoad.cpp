@@ -32,6 +32,7 @@ bool CKwDBRT::LoadInfo() {
                                     why != nullptr ? why : "the host refused the record before");
     }
     writer_->SetUncommitted(records);
+    if (writer_->IsDurable() && !writer_->CompleteLogs(paths)) return false;
     if (count == 0) return true;
     if (!writer_->SetAside()) return false;
     PostCommit();

@@ -263,6 +263,8 @@ bool KwDBRTWriter::Flush() {
 void KwDBRTWriter::LimitLog(Log& log) {
     const std::uint64_t limit = logLimit_.load(std::memory_order_relaxed);
     if (limit == 0 || log.file == nullptr || !log.bytes.empty() || log.file->GetSize() < limit) return;
+    // Under its number nobody flushes it any more.
+    if (IsDurable() && !log.file->Sync()) return;
     log.file = nullptr;
     const std::vector<unsigned int> earlier = names_.ListEarlier(*files_, log.extension);
     const unsigned int number = earlier.empty() ? 1 : earlier.back() + 1;
@@ -286,6 +288,8 @@ bool KwDBRTWriter::SetAside() {
 }
 
 void KwDBRTWriter::RemoveAside() {
+    const std::lock_guard<KwLock> guard(lock_);
+    if (IsDurable() && !SyncLogs()) return;
     // Oldest first, each removal on the disk before the next: what is left after a crash must be the end of the
     // sequence, since replaying that once more leads to the same state.
     for (const unsigned int number : names_.ListAside(*files_)) {
@@ -294,6 +298,6 @@ void KwDBRTWriter::RemoveAside() {
             KwLogSystem::Push("remove file %s error", path.c_str());
             return;
         }
-        if (IsDurable()) files_->SyncFolder(names_.GetDirectory());
+        if (IsDurable() && !SyncNames()) return;
     }
 }

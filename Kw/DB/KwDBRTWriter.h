@@ -48,6 +48,8 @@ public:
     bool SetAside();
     // Removes the journals that stand aside, oldest first.
     void RemoveAside();
+    // Sees that the copy and the text log end with the records of these journals. False, with one line, when not.
+    bool CompleteLogs(const std::vector<std::string>& journals);
     // Data records in the journals since the last commit.
     std::uint64_t GetUncommitted() const { return uncommitted_; }
     void SetUncommitted(std::uint64_t count) { uncommitted_ = count; }
@@ -84,6 +86,11 @@ private:
     void Refuse(Queued& queued);
     bool WriteLog(Log& log);
     void LimitLog(Log& log);
+    bool ReadTail(const Log& log, std::size_t size, std::string& tail);
+    bool FindWhole(const Log& log, bool isText, std::uint64_t& whole);
+    bool CompleteLog(const Log& log, bool isText, bool hasData, std::string all);
+    bool SyncLogs();
+    bool SyncNames();
     bool Flush();
     bool Fail(const char* path);
     void Free(KwBufferNode* node);

@@ -1,7 +1,9 @@
 // KwDBRTFixture: a small database of texts, and a vocabulary to change, reopen and damage it.
 #pragma once
 
+#include <cmath>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -35,7 +37,7 @@ public:
     bool counts = true;    // whether a replayed record counts
     int commitCount = -1;  // of the last OnCommit
     std::vector<std::string> replayed;
-    std::map<double, std::string> snapshot;  // what OnCommit saved
+    std::function<void()> onCommit;
 
     ~TextDB() { Close(); }
 
@@ -56,6 +58,8 @@ public:
             data.Alloc(static_cast<unsigned int>(text.size() + 1));
             data.AddData(text.data(), static_cast<unsigned int>(text.size()));
         }
+        object->file = -1;
+        object->offset = object->size = 0;
         KwBuffer* record =
             object->BeginUpdate(withData ? &data : nullptr, &object->file, &object->offset, &object->size);
         if (record == nullptr) return false;
@@ -100,7 +104,7 @@ protected:
     }
     bool OnCommit(int count) override {
         commitCount = count;
-        if (commits) snapshot = State();
+        if (commits && onCommit) onCommit();
         return commits;
     }
     void OnDecryptLog(double, unsigned char* payload, int length, KwFile& log) override {
