@@ -318,3 +318,7 @@ unsigned long long CKwDBRT::GetWrittenCount() const {
 unsigned long long CKwDBRT::GetDroppedCount() const {
     return writer_->GetDropped();
 }
+
+// Windows hosts may take their addresses: without these lines the DLL would not hold them.
+constexpr unsigned int CKwDBRT::kMaxName;
+constexpr unsigned int CKwDBRT::kMaxFileEnd;

@@ -135,3 +135,6 @@ bool CKwDBRTObject::ReadData(KwBuffer* out, int fileNumber, unsigned int offset,
     out->SetUsed(static_cast<int>(size));
     return true;
 }
+
+// Windows hosts may take its address: without this line the DLL would not hold it.
+constexpr unsigned int CKwDBRTObject::kMaxData;

@@ -167,3 +167,9 @@ void KwDBRTRecord::AppendText(std::string& out) const {
     *end++ = '\t';
     out.append(text, end);
 }
+
+// Windows hosts may take their addresses: without these lines the DLL would not hold them.
+constexpr unsigned int KwDBRTRecord::kMagic;
+constexpr unsigned int KwDBRTRecord::kEventSize;
+constexpr unsigned int KwDBRTRecord::kHeaderSize;
+constexpr unsigned int KwDBRTRecord::kEntrySize;

@@ -228,7 +228,7 @@ TEST_F(KwDBRTFaultTest, AFullDiskTearsNothingAndWorkGoesOn) {
         for (int i = 1; i <= 10; ++i) db.Set(i, "text" + std::to_string(i), true);
         disk.room = room;
         db.RunTask(1);
-        const unsigned long long dropped = db.GetDroppedCount();
+        const auto dropped = static_cast<std::size_t>(db.GetDroppedCount());
         EXPECT_EQ(Kinds(disk.Get("d\\t.info")), "l" + std::string(10 - dropped, 'd'));
         EXPECT_EQ(Kinds(disk.Get("d\\t.logdat")).find('!'), std::string::npos);
         ASSERT_LE(disk.Get("d\\t.logdat").size(), disk.Get("d\\t.info").size());
