@@ -4,6 +4,8 @@
 #include "Kw/DB/KwDBRTRecord.h"
 #include "Kw/Helper/KwHash.h"
 #include "Kw/Helper/KwLogSystem.h"
+#include "Kw/KwFileTime.h"
+#include "Kw/Platform/KwPlatformClock.h"
 
 using Access = CKwDBRT::Access;
 
@@ -18,6 +20,18 @@ void AddHeader(KwBuffer* buffer, const KwDBRTRecord& record) {
         buffer->AddData(from, width);
         from += width;
     }
+}
+
+// The local time, which a thread that makes many changes works out once a second.
+STime GetNow() {
+    static thread_local std::uint64_t second = 0;
+    static thread_local STime time{};
+    const std::uint64_t now = KwFileTimeToUnits(KwPlatform::FileTimeNow()) / 10000000;
+    if (now != second) {
+        KwTime::GetCurTime(&time);
+        second = now;
+    }
+    return time;
 }
 
 }  // namespace
@@ -61,11 +75,7 @@ KwBuffer* CKwDBRTObject::BeginUpdate(KwBuffer* data, int* fileNumber, unsigned i
         if (offset != nullptr) record.offset = *offset;
         if (size != nullptr) record.size = *size;
     }
-    if (time != nullptr) {
-        record.time = *time;
-    } else {
-        KwTime::GetCurTime(&record.time);
-    }
+    record.time = time != nullptr ? *time : GetNow();
     if (node->GetSize() >= KwDBRTRecord::kHeaderSize) {
         record.PutHeader(node->GetData());
         node->SetUsed(KwDBRTRecord::kHeaderSize);

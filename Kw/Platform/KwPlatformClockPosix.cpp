@@ -4,6 +4,9 @@
 #include <time.h>
 
 #include <cerrno>
+#include <mutex>
+
+#include "Kw/KwStaticLock.h"
 
 namespace KwPlatform {
 
@@ -20,7 +23,11 @@ std::int64_t SteadyNanoseconds() {
     return now.tv_sec * kNanoseconds + now.tv_nsec;
 }
 
+// The C library has a lock of its own for its zone, which the thread sanitizer cannot see.
+constinit KwStaticLock g_zoneLock;
+
 bool ToLocal(time_t seconds, CalendarTime& local) {
+    const std::lock_guard<KwStaticLock> guard(g_zoneLock);
     // localtime_r alone never notices that TZ was changed.
     tzset();
     tm parts{};
