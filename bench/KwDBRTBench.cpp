@@ -252,7 +252,7 @@ template <typename Made>
 void Reopen(benchmark::State& state) {
     const std::string folder = Folder();
     char value[100] = {};
-    constexpr int kRecords = 3 * kObjects;
+    constexpr int kRecords = 6 * kObjects;
     auto store = std::make_unique<Made>();
     store->Open(folder, false);
     store->Begin();
