@@ -34,15 +34,15 @@ public:
                 ++format;
                 continue;
             }
-            KwFormatSpec spec;
-            if (!KwFormatSpecRead::ReadSpec(format, args_, spec)) return false;
-            if (!Convert(*format, spec)) return false;
+            KwFormatSpec parsed;
+            if (!KwFormatSpecRead::ReadSpec(format, args_, parsed)) return false;
+            if (!Convert(*format, parsed)) return false;
             ++format;
         }
     }
 
 private:
-    // The conversions that need no spec, as short as they can be.
+    // The conversions without flags and widths, as short as they can be.
     bool PutPlain(C conversion) {
         switch (conversion) {
             case 's': PutOwn(va_arg(args_.list, const C*)); return true;
@@ -59,22 +59,22 @@ private:
         }
     }
 
-    bool Convert(C conversion, const KwFormatSpec& spec) {
+    bool Convert(C conversion, const KwFormatSpec& parsed) {
         switch (conversion) {
             case 'd':
             case 'i': {
-                const std::int64_t value = KwFormatSpecRead::TakeSigned(args_, spec.size);
+                const std::int64_t value = KwFormatSpecRead::TakeSigned(args_, parsed.size);
                 const std::uint64_t bits = static_cast<std::uint64_t>(value);
-                PutInteger(spec, 'd', value < 0 ? 0 - bits : bits, value < 0);
-                return spec.size != KwFormatSize::Wide;
+                PutInteger(parsed, 'd', value < 0 ? 0 - bits : bits, value < 0);
+                return parsed.size != KwFormatSize::Wide;
             }
             case 'u':
             case 'o':
             case 'x':
             case 'X':
-                PutInteger(spec, static_cast<char>(conversion), KwFormatSpecRead::TakeUnsigned(args_, spec.size),
+                PutInteger(parsed, static_cast<char>(conversion), KwFormatSpecRead::TakeUnsigned(args_, parsed.size),
                            false);
-                return spec.size != KwFormatSize::Wide;
+                return parsed.size != KwFormatSize::Wide;
             case 'f':
             case 'F':
             case 'e':
@@ -83,17 +83,17 @@ private:
             case 'G':
             case 'a':
             case 'A':
-                if (spec.size == KwFormatSize::LongDouble) {
-                    PutLongDouble(spec, static_cast<char>(conversion));
+                if (parsed.size == KwFormatSize::LongDouble) {
+                    PutLongDouble(parsed, static_cast<char>(conversion));
                 } else {
-                    PutDouble(spec, static_cast<char>(conversion), va_arg(args_.list, double));
+                    PutDouble(parsed, static_cast<char>(conversion), va_arg(args_.list, double));
                 }
                 return true;
             case 's':
-            case 'S': return PutText(spec, conversion == 'S');
+            case 'S': return PutText(parsed, conversion == 'S');
             case 'c':
-            case 'C': return PutCharacter(spec, conversion == 'C');
-            case 'p': PutPointer(spec); return true;
+            case 'C': return PutCharacter(parsed, conversion == 'C');
+            case 'p': PutPointer(parsed); return true;
             case '%': sink_.Put(conversion); return true;
             default: return false;
         }
@@ -107,27 +107,27 @@ private:
         sink_.PutAscii(start, static_cast<std::size_t>(end - start));
     }
 
-    void PutInteger(const KwFormatSpec& spec, char conversion, std::uint64_t magnitude, bool negative) {
+    void PutInteger(const KwFormatSpec& parsed, char conversion, std::uint64_t magnitude, bool negative) {
         char room[KwFormatNumber::kIntegerRoom];
         KwFormatPieces pieces;
-        KwFormatNumber::MakeInteger(pieces, spec, conversion, magnitude, negative, room);
-        PutPieces(spec, pieces);
+        KwFormatNumber::MakeInteger(pieces, parsed, conversion, magnitude, negative, room);
+        PutPieces(parsed, pieces);
     }
 
-    void PutPointer(KwFormatSpec spec) {
+    void PutPointer(KwFormatSpec parsed) {
         char room[KwFormatNumber::kIntegerRoom];
         KwFormatPieces pieces;
-        spec.precision = -1;
-        spec.size = KwFormatSize::None;
+        parsed.precision = -1;
+        parsed.size = KwFormatSize::None;
         pieces.AddPrefix('0');
         pieces.AddPrefix('x');
-        spec.alternate = false;
-        KwFormatNumber::MakeInteger(pieces, spec, 'x', reinterpret_cast<std::uintptr_t>(va_arg(args_.list, void*)),
+        parsed.alternate = false;
+        KwFormatNumber::MakeInteger(pieces, parsed, 'x', reinterpret_cast<std::uintptr_t>(va_arg(args_.list, void*)),
                                     false, room);
-        PutPieces(spec, pieces);
+        PutPieces(parsed, pieces);
     }
 
-    // %f without any spec.
+    // %f without any parsed.
     void PutDouble(double value) {
         char room[1 + KwFormatNumber::kFixedRoom];
         room[0] = '-';
@@ -137,43 +137,43 @@ private:
         sink_.PutAscii(start, static_cast<std::size_t>(end - start));
     }
 
-    [[gnu::noinline]] void PutDouble(const KwFormatSpec& spec, char conversion, double value) {
+    [[gnu::noinline]] void PutDouble(const KwFormatSpec& parsed, char conversion, double value) {
         char room[KwFormatNumber::kDoubleRoom];
         KwFormatPieces pieces;
-        KwFormatNumber::MakeFloat(pieces, spec, conversion, value, room);
-        PutPieces(spec, pieces);
+        KwFormatNumber::MakeFloat(pieces, parsed, conversion, value, room);
+        PutPieces(parsed, pieces);
     }
 
-    [[gnu::noinline]] void PutLongDouble(const KwFormatSpec& spec, char conversion) {
+    [[gnu::noinline]] void PutLongDouble(const KwFormatSpec& parsed, char conversion) {
         char room[KwFormatNumber::kLongDoubleRoom];
         KwFormatPieces pieces;
-        KwFormatNumber::MakeFloat(pieces, spec, conversion, va_arg(args_.list, long double), room);
-        PutPieces(spec, pieces);
+        KwFormatNumber::MakeFloat(pieces, parsed, conversion, va_arg(args_.list, long double), room);
+        PutPieces(parsed, pieces);
     }
 
-    void PutPieces(const KwFormatSpec& spec, const KwFormatPieces& pieces) {
+    void PutPieces(const KwFormatSpec& parsed, const KwFormatPieces& pieces) {
         const std::uint64_t length =
             pieces.prefixLength + pieces.leadZeros + pieces.bodyLength + pieces.midZeros + pieces.tailLength;
-        const std::uint64_t width = static_cast<std::uint64_t>(spec.width);
+        const std::uint64_t width = static_cast<std::uint64_t>(parsed.width);
         const std::uint64_t pad = width > length ? width - length : 0;
-        const bool zeros = pieces.zeroPad && !spec.left;
-        if (pad != 0 && !zeros && !spec.left) sink_.Fill(' ', pad);
+        const bool zeros = pieces.zeroPad && !parsed.left;
+        if (pad != 0 && !zeros && !parsed.left) sink_.Fill(' ', pad);
         sink_.PutAscii(pieces.prefix, pieces.prefixLength);
         sink_.Fill('0', pieces.leadZeros + (zeros ? pad : 0));
         sink_.PutAscii(pieces.body, pieces.bodyLength);
         sink_.Fill('0', pieces.midZeros);
         sink_.PutAscii(pieces.tail, pieces.tailLength);
-        if (spec.left) sink_.Fill(' ', pad);
+        if (parsed.left) sink_.Fill(' ', pad);
     }
 
-    // Puts what `put` puts, `length` characters, with blanks on the side that the spec tells.
+    // Puts what `put` puts, `length` characters, with blanks on the side that the parsed tells.
     template <class Body>
-    void PutPadded(const KwFormatSpec& spec, std::uint64_t length, Body put) {
-        const std::uint64_t width = static_cast<std::uint64_t>(spec.width);
+    void PutPadded(const KwFormatSpec& parsed, std::uint64_t length, Body put) {
+        const std::uint64_t width = static_cast<std::uint64_t>(parsed.width);
         const std::uint64_t pad = width > length ? width - length : 0;
-        if (!spec.left) sink_.Fill(' ', pad);
+        if (!parsed.left) sink_.Fill(' ', pad);
         put();
-        if (spec.left) sink_.Fill(' ', pad);
+        if (parsed.left) sink_.Fill(' ', pad);
     }
 
     // Whether a %s, %S, %c or %C takes text of the other width; false for a size that means nothing there.
@@ -188,24 +188,24 @@ private:
         }
     }
 
-    bool PutText(const KwFormatSpec& spec, bool swapped) {
+    bool PutText(const KwFormatSpec& parsed, bool swapped) {
         bool other = false;
-        if (!ReadWidth(spec.size, swapped, other)) return false;
+        if (!ReadWidth(parsed.size, swapped, other)) return false;
         const void* const text = va_arg(args_.list, const void*);
         if (text != nullptr && other) {
-            PutOther(spec, static_cast<const unsigned char*>(text));
+            PutOther(parsed, static_cast<const unsigned char*>(text));
             return true;
         }
         static constexpr C kNull[] = {'(', 'n', 'u', 'l', 'l', ')', 0};
         const C* const own = text != nullptr ? static_cast<const C*>(text) : kNull;
         std::size_t length = 0;
-        if (spec.precision < 0) {
+        if (parsed.precision < 0) {
             length = Length(own);
         } else {
             // Without a terminator the text ends with the precision.
-            while (length < static_cast<std::size_t>(spec.precision) && own[length] != 0) ++length;
+            while (length < static_cast<std::size_t>(parsed.precision) && own[length] != 0) ++length;
         }
-        PutPadded(spec, length, [&] { sink_.Put(own, length); });
+        PutPadded(parsed, length, [&] { sink_.Put(own, length); });
         return true;
     }
 
@@ -235,9 +235,9 @@ private:
 
     // Hands the characters that the precision allows to `take`.
     template <class Take>
-    static void EachCrossed(const KwFormatSpec& spec, const unsigned char* text, Take take) {
+    static void EachCrossed(const KwFormatSpec& parsed, const unsigned char* text, Take take) {
         C units[4];
-        std::uint64_t left = spec.precision < 0 ? UINT64_MAX : static_cast<std::uint64_t>(spec.precision);
+        std::uint64_t left = parsed.precision < 0 ? UINT64_MAX : static_cast<std::uint64_t>(parsed.precision);
         while (left != 0) {
             const unsigned int size = Cross(text, units);
             if (size == 0 || size > left) return;
@@ -246,18 +246,19 @@ private:
         }
     }
 
-    void PutOther(const KwFormatSpec& spec, const unsigned char* text) {
+    void PutOther(const KwFormatSpec& parsed, const unsigned char* text) {
         std::uint64_t length = 0;
-        if (spec.width != 0) {
-            EachCrossed(spec, text, [&](const C*, unsigned int size) { length += size; });
+        if (parsed.width != 0) {
+            EachCrossed(parsed, text, [&](const C*, unsigned int size) { length += size; });
         }
-        PutPadded(spec, length,
-                  [&] { EachCrossed(spec, text, [&](const C* units, unsigned int size) { sink_.Put(units, size); }); });
+        PutPadded(parsed, length, [&] {
+            EachCrossed(parsed, text, [&](const C* units, unsigned int size) { sink_.Put(units, size); });
+        });
     }
 
-    bool PutCharacter(const KwFormatSpec& spec, bool swapped) {
+    bool PutCharacter(const KwFormatSpec& parsed, bool swapped) {
         bool other = false;
-        if (!ReadWidth(spec.size, swapped, other)) return false;
+        if (!ReadWidth(parsed.size, swapped, other)) return false;
         const int value = va_arg(args_.list, int);
         C units[4] = {static_cast<C>(value)};
         unsigned int size = 1;
@@ -273,7 +274,7 @@ private:
                 size = KwUtfCode::EncodeUtf16(out, KwUtfCode::DecodeUtf8(bytes, 1, length));
             }
         }
-        PutPadded(spec, size, [&] { sink_.Put(units, size); });
+        PutPadded(parsed, size, [&] { sink_.Put(units, size); });
         return true;
     }
 

@@ -59,31 +59,32 @@ void SetBody(KwFormatPieces& pieces, const char* start, const char* end) {
 }
 
 template <class T>
-void MakeFixed(KwFormatPieces& pieces, const KwFormatSpec& spec, int precision, T value, char* room) {
+void MakeFixed(KwFormatPieces& pieces, const KwFormatSpec& parsed, int precision, T value, char* room) {
     const int exact = std::min(precision, Limits<T>::kDecimals);
     char* end = nullptr;
     if constexpr (sizeof(T) == sizeof(double)) end = PutFixed(room, value, exact);
     if (end == nullptr) end = PutExact(room, value, true, exact);
-    if (precision == 0 && spec.alternate) *end++ = '.';
+    if (precision == 0 && parsed.alternate) *end++ = '.';
     SetBody(pieces, room, end);
     pieces.midZeros = static_cast<std::uint64_t>(precision - exact);
 }
 
 template <class T>
-void MakeScientific(KwFormatPieces& pieces, const KwFormatSpec& spec, bool upper, int precision, T value, char* room) {
+void MakeScientific(KwFormatPieces& pieces, const KwFormatSpec& parsed, bool upper, int precision, T value,
+                    char* room) {
     const int exact = std::min(precision, Limits<T>::kSignificant - 1);
     char* const end = PutExact(room, value, false, exact);
     char* mark = std::find(room, end, 'e');
     pieces.SetTail(mark, static_cast<std::size_t>(end - mark));
     if (upper) pieces.tail[0] = 'E';
-    if (precision == 0 && spec.alternate) *mark++ = '.';
+    if (precision == 0 && parsed.alternate) *mark++ = '.';
     SetBody(pieces, room, mark);
     pieces.midZeros = static_cast<std::uint64_t>(precision - exact);
 }
 
 // %g: the scientific digits decide by their exponent which of the two layouts they get.
 template <class T>
-void MakeGeneral(KwFormatPieces& pieces, const KwFormatSpec& spec, bool upper, int precision, T value, char* room) {
+void MakeGeneral(KwFormatPieces& pieces, const KwFormatSpec& parsed, bool upper, int precision, T value, char* room) {
     const int significant = std::max(precision, 1);
     const int exact = std::min(significant, Limits<T>::kSignificant);
     char* const digits = room + 8;  // in front: room for "0.000"
@@ -109,7 +110,7 @@ void MakeGeneral(KwFormatPieces& pieces, const KwFormatSpec& spec, bool upper, i
         digits[exponent + 1] = '.';
     }
     const bool hasPoint = std::find(start, stop, '.') != stop;
-    if (spec.alternate) {
+    if (parsed.alternate) {
         if (!hasPoint) *stop++ = '.';
         pieces.midZeros = static_cast<std::uint64_t>(significant - exact);
     } else if (hasPoint) {
@@ -120,14 +121,14 @@ void MakeGeneral(KwFormatPieces& pieces, const KwFormatSpec& spec, bool upper, i
 }
 
 // %a of a double: one digit before the point, 1 for normal numbers.
-void MakeHex(KwFormatPieces& pieces, const KwFormatSpec& spec, bool upper, double value, char* room) {
+void MakeHex(KwFormatPieces& pieces, const KwFormatSpec& parsed, bool upper, double value, char* room) {
     constexpr int kDigits = kMantissaBits / 4;
     const std::uint64_t bits = std::bit_cast<std::uint64_t>(value);
     std::uint64_t mantissa = bits & kMantissaMask;
     int exponent = static_cast<int>(bits >> kMantissaBits & 0x7FF);
     if (exponent != 0) mantissa |= std::uint64_t{1} << kMantissaBits;
     exponent = mantissa == 0 ? 0 : exponent == 0 ? -1022 : exponent - 1023;
-    int digits = spec.precision;
+    int digits = parsed.precision;
     if (digits < 0) {
         digits = mantissa == 0 ? 0 : std::max(0, kDigits - std::countr_zero(mantissa) / 4);
     } else if (digits < kDigits) {
@@ -142,7 +143,7 @@ void MakeHex(KwFormatPieces& pieces, const KwFormatSpec& spec, bool upper, doubl
     const int exact = std::min(digits, kDigits);
     char* out = room;
     *out++ = alphabet[mantissa >> kMantissaBits];
-    if (digits > 0 || spec.alternate) *out++ = '.';
+    if (digits > 0 || parsed.alternate) *out++ = '.';
     for (int i = 1; i <= exact; ++i) *out++ = alphabet[mantissa >> (kMantissaBits - 4 * i) & 15];
     SetBody(pieces, room, out);
     pieces.midZeros = static_cast<std::uint64_t>(digits - exact);
@@ -154,10 +155,10 @@ void MakeHex(KwFormatPieces& pieces, const KwFormatSpec& spec, bool upper, doubl
 }
 
 // The C library's form: the digit before the point is its choice.
-void MakeHex(KwFormatPieces& pieces, const KwFormatSpec& spec, bool upper, long double value, char* room) {
+void MakeHex(KwFormatPieces& pieces, const KwFormatSpec& parsed, bool upper, long double value, char* room) {
     constexpr int kMost = 32;  // hexadecimal digits of the longest mantissa
-    const int exact = std::min(spec.precision, kMost);
-    const int length = spec.precision < 0
+    const int exact = std::min(parsed.precision, kMost);
+    const int length = parsed.precision < 0
                            ? std::snprintf(room, kLongDoubleRoom, upper ? "%LA" : "%La", value)
                            : std::snprintf(room, kLongDoubleRoom, upper ? "%.*LA" : "%.*La", exact, value);
     char* const end = room + length;
@@ -167,23 +168,23 @@ void MakeHex(KwFormatPieces& pieces, const KwFormatSpec& spec, bool upper, long 
     pieces.AddPrefix(room[1]);
     if (mark - room > 3) {
         room[3] = '.';
-    } else if (spec.alternate) {
+    } else if (parsed.alternate) {
         *mark++ = '.';
     }
     SetBody(pieces, room + 2, mark);
-    if (spec.precision > exact) pieces.midZeros = static_cast<std::uint64_t>(spec.precision - exact);
+    if (parsed.precision > exact) pieces.midZeros = static_cast<std::uint64_t>(parsed.precision - exact);
 }
 
 template <class T>
-void Make(KwFormatPieces& pieces, const KwFormatSpec& spec, char conversion, T value, char* room) {
+void Make(KwFormatPieces& pieces, const KwFormatSpec& parsed, char conversion, T value, char* room) {
     const char lower = static_cast<char>(conversion | 0x20);
     const bool upper = lower != conversion;
     if (std::signbit(value)) {
         pieces.AddPrefix('-');
         value = -value;
-    } else if (spec.plus) {
+    } else if (parsed.plus) {
         pieces.AddPrefix('+');
-    } else if (spec.space) {
+    } else if (parsed.space) {
         pieces.AddPrefix(' ');
     }
     if (!std::isfinite(value)) {
@@ -191,13 +192,13 @@ void Make(KwFormatPieces& pieces, const KwFormatSpec& spec, char conversion, T v
         pieces.bodyLength = 3;
         return;
     }
-    pieces.zeroPad = spec.zero;
-    const int precision = spec.precision < 0 ? 6 : spec.precision;
+    pieces.zeroPad = parsed.zero;
+    const int precision = parsed.precision < 0 ? 6 : parsed.precision;
     switch (lower) {
-        case 'f': MakeFixed(pieces, spec, precision, value, room); break;
-        case 'e': MakeScientific(pieces, spec, upper, precision, value, room); break;
-        case 'g': MakeGeneral(pieces, spec, upper, precision, value, room); break;
-        default: MakeHex(pieces, spec, upper, value, room); break;
+        case 'f': MakeFixed(pieces, parsed, precision, value, room); break;
+        case 'e': MakeScientific(pieces, parsed, upper, precision, value, room); break;
+        case 'g': MakeGeneral(pieces, parsed, upper, precision, value, room); break;
+        default: MakeHex(pieces, parsed, upper, value, room); break;
     }
 }
 
@@ -252,16 +253,16 @@ char* PutFixed(char* out, double value, int decimals) {
     return out + decimals;
 }
 
-void MakeFloat(KwFormatPieces& pieces, const KwFormatSpec& spec, char conversion, double value, char* room) {
-    Make(pieces, spec, conversion, value, room);
+void MakeFloat(KwFormatPieces& pieces, const KwFormatSpec& parsed, char conversion, double value, char* room) {
+    Make(pieces, parsed, conversion, value, room);
 }
 
-void MakeFloat(KwFormatPieces& pieces, const KwFormatSpec& spec, char conversion, long double value, char* room) {
+void MakeFloat(KwFormatPieces& pieces, const KwFormatSpec& parsed, char conversion, long double value, char* room) {
     const double narrow = static_cast<double>(value);
     if (!std::isfinite(value) || static_cast<long double>(narrow) == value) {
-        Make(pieces, spec, conversion, narrow, room);
+        Make(pieces, parsed, conversion, narrow, room);
     } else {
-        Make(pieces, spec, conversion, value, room);
+        Make(pieces, parsed, conversion, value, room);
     }
 }
 

@@ -93,11 +93,11 @@ constexpr std::size_t kFixedRoom = 48;
 char* PutFixed(char* out, double value, int decimals);
 
 // `conversion` is one of d u o x X. `room` has kIntegerRoom bytes.
-void MakeInteger(KwFormatPieces& pieces, const KwFormatSpec& spec, char conversion, std::uint64_t magnitude,
+void MakeInteger(KwFormatPieces& pieces, const KwFormatSpec& parsed, char conversion, std::uint64_t magnitude,
                  bool negative, char* room);
 
 // `conversion` is one of f F e E g G a A. `room` has kDoubleRoom or kLongDoubleRoom bytes.
-void MakeFloat(KwFormatPieces& pieces, const KwFormatSpec& spec, char conversion, double value, char* room);
-void MakeFloat(KwFormatPieces& pieces, const KwFormatSpec& spec, char conversion, long double value, char* room);
+void MakeFloat(KwFormatPieces& pieces, const KwFormatSpec& parsed, char conversion, double value, char* room);
+void MakeFloat(KwFormatPieces& pieces, const KwFormatSpec& parsed, char conversion, long double value, char* room);
 
 }  // namespace KwFormatNumber

@@ -93,31 +93,31 @@ KwFormatSize ReadSize(const C*& at) {
 
 // Everything between '%' and the conversion letter.
 template <class C>
-bool ReadSpec(const C*& at, KwFormatArguments& args, KwFormatSpec& spec) {
+bool ReadSpec(const C*& at, KwFormatArguments& args, KwFormatSpec& parsed) {
     for (;; ++at) {
         if (*at == '-') {
-            spec.left = true;
+            parsed.left = true;
         } else if (*at == '0') {
-            spec.zero = true;
+            parsed.zero = true;
         } else if (*at == '+') {
-            spec.plus = true;
+            parsed.plus = true;
         } else if (*at == ' ') {
-            spec.space = true;
+            parsed.space = true;
         } else if (*at == '#') {
-            spec.alternate = true;
+            parsed.alternate = true;
         } else {
             break;
         }
     }
     bool negative = false;
-    if (!ReadCount(at, args, spec.width, negative)) return false;
-    spec.left |= negative;
+    if (!ReadCount(at, args, parsed.width, negative)) return false;
+    parsed.left |= negative;
     if (*at == '.') {
         ++at;
-        if (!ReadCount(at, args, spec.precision, negative)) return false;
-        if (negative) spec.precision = -1;
+        if (!ReadCount(at, args, parsed.precision, negative)) return false;
+        if (negative) parsed.precision = -1;
     }
-    spec.size = ReadSize(at);
+    parsed.size = ReadSize(at);
     return true;
 }
 
