@@ -153,6 +153,27 @@ FIELD(KwStreamShare, ShareIdle, idle_);
 FIELD(KwStreamShare, ShareCount, count_);
 FIELD(KwStreamShare, ShareLimit, maxIdle_);
 
+FIELD(CKwDBRT, DbDirectory, directory_);
+FIELD(CKwDBRT, DbName, name_);
+FIELD(CKwDBRT, DbJournal, journalPath_);
+FIELD(CKwDBRT, DbLastId, lastId_);
+FIELD(CKwDBRT, DbFileNumber, fileNumber_);
+FIELD(CKwDBRT, DbFileEnd, fileEnd_);
+FIELD(CKwDBRT, DbObjectLock, objectLock_);
+FIELD(CKwDBRT, DbMapLock, mapLock_);
+FIELD(CKwDBRT, DbIds, ids_);
+FIELD(CKwDBRT, DbNames, names_);
+FIELD(CKwDBRT, DbLower, lowerBuffer_);
+FIELD(CKwDBRT, DbMaxRecord, maxRecord_);
+FIELD(CKwDBRT, DbPool, pool_);
+FIELD(CKwDBRT, DbLogins, logins_);
+FIELD(CKwDBRT, DbCommits, commits_);
+FIELD(CKwDBRT, DbActions, actions_);
+
+FIELD(CKwDBRTObject, DbObjectName, name_);
+FIELD(CKwDBRTObject, DbObjectId, id_);
+FIELD(CKwDBRTObject, DbObjectOwner, db_);
+
 TEST(KwLayoutTest, CoreFieldsStandInOrder) {
     EXPECT_TRUE(Offset(InfCount()) == sizeof(void*));
     EXPECT_TRUE(Offset(InfAttached()) == sizeof(void*) + 2);
@@ -202,6 +223,16 @@ TEST(KwLayoutTest, FieldsOfFilesApplicationsAndDocumentsStandInOrder) {
     EXPECT_TRUE(InOrder(ViewText(), ViewColumns(), ViewRows(), ViewCells()));
     EXPECT_TRUE(Offset(ViewText()) == 0 && Offset(ViewColumns()) == sizeof(KwBuffer) && sizeof(KwTableCell) == 8);
     EXPECT_TRUE(InOrder(ShareIdle(), ShareCount(), ShareLimit()));
+}
+
+TEST(KwLayoutTest, FieldsOfTheRuntimeDatabaseStandInOrder) {
+    EXPECT_TRUE(Offset(DbDirectory()) == sizeof(void*)) << "behind the table alone";
+    EXPECT_TRUE(InOrder(DbDirectory(), DbName(), DbJournal(), DbLastId(), DbFileNumber(), DbFileEnd(), DbObjectLock(),
+                        DbMapLock(), DbIds(), DbNames(), DbLower(), DbMaxRecord(), DbPool(), DbLogins(), DbCommits(),
+                        DbActions()));
+    EXPECT_TRUE(Offset(DbObjectName()) >= static_cast<std::ptrdiff_t>(sizeof(KwInfLock)));
+    EXPECT_TRUE(InOrder(DbObjectName(), DbObjectId(), DbObjectOwner()));
+    EXPECT_TRUE(!k32 || Offset(DbObjectName()) == 12);
 }
 
 // The first bytes of a live block are what the structure says, guard included.
@@ -288,7 +319,41 @@ public:
     }
 };
 
+class DatabaseSlots : public CKwDBRT {
+public:
+    // No destructor in the table.
+    static std::vector<int> All() {
+        return {Entry(&DatabaseSlots::Open),
+                Entry(&DatabaseSlots::Close),
+                Entry(&DatabaseSlots::RunTask),
+                Entry(&DatabaseSlots::OnOpen),
+                Entry(&DatabaseSlots::OnClose),
+                Entry(&DatabaseSlots::NewObject),
+                Entry(&DatabaseSlots::NameIsKey),
+                Entry(&DatabaseSlots::CheckNameIsLowUp),
+                Entry(&DatabaseSlots::CanRemoveObject),
+                Entry(&DatabaseSlots::CanAddObject),
+                Entry(&DatabaseSlots::OnLoadObjectData),
+                Entry(&DatabaseSlots::OnCommit),
+                Entry(&DatabaseSlots::OnDecryptLog)};
+    }
+
+protected:
+    ~DatabaseSlots() = default;
+};
+
+class DatabaseObjectSlots : public CKwDBRTObject {
+public:
+    static std::vector<int> All() {
+        return {Slot(&DatabaseObjectSlots::AddRef),      Slot(&DatabaseObjectSlots::Release),
+                Slot(&DatabaseObjectSlots::GetRef),      Slot(&DatabaseObjectSlots::Attack),
+                Slot(&DatabaseObjectSlots::OnAddObject), Slot(&DatabaseObjectSlots::OnRemoveObject)};
+    }
+};
+
 TEST(KwLayoutTest, HostHooksStandInOrder) {
+    EXPECT_EQ(DatabaseSlots::All(), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
+    EXPECT_EQ(DatabaseObjectSlots::All(), (std::vector<int>{1, 2, 3, 4, 5, 6}));
     EXPECT_EQ(AppSlots::All(), (std::vector<int>{5, 6, 7, 8, 9}));
     EXPECT_EQ(LogSlots::All(), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
 
