@@ -40,6 +40,7 @@
 #include "Kw/KwVersion.h"
 #include "Kw/Res/KwDataObject.h"
 #include "Kw/Res/KwDataObjectItem.h"
+#include "Kw/Res/KwDataSearch.h"
 #include "Kw/Res/KwFile.h"
 #include "Kw/Res/KwPackSource.h"
 #include "Kw/Res/KwParseError.h"
