@@ -8,7 +8,8 @@ install(TARGETS Kw EXPORT KwTargets
 # The headers that Kw.h brings; the rest are the sources' own.
 set(kw_internal KwLogData KwLogLine KwCalendar KwFormatNumber KwFormatSink KwFormatSpec KwListenEvent KwMemoryBlock
   KwMemoryState KwModuleChain KwStaticLock KwStrText KwUtfCode KwUtfKernel KwDataBlocks KwDataFile KwDataParser
-  KwDataSearchBlocks KwDataSearchStore KwKeyRow KwDataWalk KwDBRTAccess KwDBRTData KwDBRTWriter KwFileWriter KwNrv2b KwResTable KwTableScan KwTableScanKernel KwTableScanSets)
+  KwDataWalk KwDBRTAccess KwDBRTData KwDBRTWriter KwFileWriter KwNrv2b KwPackCache KwPackLayout
+  KwPackLock KwPackRequests KwPackScratch KwResTable KwTableScan KwTableScanKernel KwTableScanSets)
 list(TRANSFORM kw_internal APPEND "\\.h")
 list(JOIN kw_internal "|" kw_internal)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/Kw DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}

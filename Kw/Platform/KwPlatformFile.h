@@ -49,6 +49,9 @@ std::int64_t FileLength(std::FILE* stream);
 // Reads up to `size` bytes at the descriptor's own place, past the stream's buffer: only for a stream that
 // nothing has been read from. Gives the count, which is short at the end or on an error.
 std::size_t FileReadDirect(std::FILE* stream, void* out, std::size_t size);
+// Reads up to `size` bytes at `offset`, past the stream's buffer; several threads may do so at once. The stream's own
+// place may have moved afterwards. Gives the count, which is short at the end or on an error.
+std::size_t FileReadAt(std::FILE* stream, std::uint64_t offset, void* out, std::size_t size);
 // Cuts the file to `length` bytes; the stream must hold nothing back.
 bool FileTruncate(std::FILE* stream, std::uint64_t length);
 // Hands what the stream holds back to the system, and waits until the system has it on disk.

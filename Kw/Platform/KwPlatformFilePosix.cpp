@@ -96,6 +96,19 @@ std::size_t FileReadDirect(std::FILE* stream, void* out, std::size_t size) {
     return done;
 }
 
+std::size_t FileReadAt(std::FILE* stream, std::uint64_t offset, void* out, std::size_t size) {
+    const int fd = fileno(stream);
+    std::size_t done = 0;
+    while (done < size) {
+        const off_t place = static_cast<off_t>(offset + done);
+        const ssize_t count = pread(fd, static_cast<char*>(out) + done, size - done, place);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) break;
+        done += static_cast<std::size_t>(count);
+    }
+    return done;
+}
+
 bool FileTruncate(std::FILE* stream, std::uint64_t length) {
     return ftruncate(fileno(stream), static_cast<off_t>(length)) == 0;
 }

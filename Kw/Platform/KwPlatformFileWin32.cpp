@@ -175,6 +175,21 @@ std::size_t FileReadDirect(std::FILE* stream, void* out, std::size_t size) {
     return done;
 }
 
+std::size_t FileReadAt(std::FILE* stream, std::uint64_t offset, void* out, std::size_t size) {
+    const HANDLE file = Handle(stream);
+    std::size_t done = 0;
+    while (done < size) {
+        const DWORD part = static_cast<DWORD>(std::min<std::size_t>(size - done, 1u << 30));
+        OVERLAPPED place{};
+        place.Offset = static_cast<DWORD>(offset + done);
+        place.OffsetHigh = static_cast<DWORD>((offset + done) >> 32);
+        DWORD count = 0;
+        if (!ReadFile(file, static_cast<char*>(out) + done, part, &count, &place) || count == 0) break;
+        done += count;
+    }
+    return done;
+}
+
 bool FileTruncate(std::FILE* stream, std::uint64_t length) {
     const HANDLE file = Handle(stream);
     if (SetEnd(file, length)) return true;

@@ -60,11 +60,15 @@ bool KwFile::OpenDisk(const char* name, unsigned short kind) {
 }
 
 bool KwFile::Open(const char* name) {
+    return Open(name, KwPackSource::Get());
+}
+
+bool KwFile::Open(const char* name, KwPackSource* packs) {
     Close();
     if (name == nullptr || name[0] == '\0') return false;
     if (OpenDisk(name, kDisk)) return true;
     unsigned int hash = 0;
-    return KwPackSource::Get() != nullptr && KwPackSource::GetKeyHash(name, hash) && OpenFromPack(hash);
+    return packs != nullptr && KwPackSource::GetKeyHash(name, hash) && OpenEntry(packs, hash);
 }
 
 bool KwFile::Open(const KwWChar* name) {
@@ -75,7 +79,10 @@ bool KwFile::Open(const KwWChar* name) {
 
 bool KwFile::OpenFromPack(unsigned int hash) {
     Close();
-    KwPackSource* source = KwPackSource::Get();
+    return OpenEntry(KwPackSource::Get(), hash);
+}
+
+bool KwFile::OpenEntry(KwPackSource* source, unsigned int hash) {
     KwPackEntry* entry = source == nullptr ? nullptr : source->OpenEntry(hash);
     if (entry == nullptr) return false;
     handle_ = entry;

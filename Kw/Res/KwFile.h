@@ -35,6 +35,8 @@ public:
     // a file, no folder. The wide form looks on disk only.
     bool Open(const char* name);
     bool Open(const KwWChar* name);
+    // The same with `packs` in place of the process's source of packed files; null: looks on disk only.
+    bool Open(const char* name, KwPackSource* packs);
     // Opens the pack entry with that key hash (see KwPackSource::GetKeyHash).
     bool OpenFromPack(unsigned int hash);
     // Opens the filled bytes of `buffer`, to which a reference is taken until Close. The content does
@@ -102,6 +104,7 @@ private:
     enum : unsigned short { kClosed, kDisk, kPack, kMemory, kDiskWide, kText };  // kind_
     enum : unsigned short { kRead = 1, kWrite = 2 };                             // access_
 
+    bool OpenEntry(KwPackSource* source, unsigned int hash);
     bool OpenDisk(const char* name, unsigned short kind);
     bool OpenForWrite(const char* path, bool append, unsigned short kind);
     bool ReadDisk(void* out, unsigned int size);
