@@ -4,6 +4,7 @@
 
 #include "Kw/Helper/KwLogSystem.h"
 #include "Kw/KwEventBase.h"
+#include "Kw/KwGuardedCall.h"
 #include "Kw/KwOS.h"
 #include "Kw/Platform/KwPlatformClock.h"
 
@@ -130,7 +131,9 @@ void KwListenEvent::_OnListen(bool& run, void*) {
             delete node;
             continue;
         }
-        if (node->call.Run() && running.load(std::memory_order_acquire) && PutBack(node)) continue;
+        bool again = false;
+        KwGuardedCall("an event", nullptr, [&] { again = node->call.Run(); });
+        if (again && running.load(std::memory_order_acquire) && PutBack(node)) continue;
         node->call.LetGo();
         Recycle(node);
     }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Kw/Helper/KwLogSystem.h"
+#include "Kw/KwGuardedCall.h"
 #include "Kw/KwListenEvent.h"
 #include "Kw/KwModuleEngine.h"
 #include "Kw/KwStaticLock.h"
@@ -46,12 +47,14 @@ unsigned int ThreadEntry(void* raw) {
     if (state->target != nullptr) state->target->AddRef();
     state->id = KwPlatform::ThreadCurrentId();
     std::atomic_ref<bool>(state->running).store(true, std::memory_order_release);
-    if (state->target != nullptr) {
-        (state->target->*state->member)(state->running, state->param);
-        state->target->Release();
-    } else {
-        state->plain(state->running, state->param);
-    }
+    KwGuardedCall("a thread", nullptr, [state] {
+        if (state->target != nullptr) {
+            (state->target->*state->member)(state->running, state->param);
+        } else {
+            state->plain(state->running, state->param);
+        }
+    });
+    if (state->target != nullptr) state->target->Release();
     std::atomic_ref<bool>(state->running).store(false, std::memory_order_release);
     if (state->selfClosed) {
         KwPlatform::ThreadDetach(state->system);
@@ -139,6 +142,10 @@ unsigned int KwOS::GetCurrentThreadId() {
 
 int KwOS::GetCpuCount() {
     return KwPlatform::ProcessorCount();
+}
+
+unsigned int KwOS::GetExceptionCount() {
+    return Kw_ExceptionCount();
 }
 
 void* KwOS::NewThread(void (*body)(bool& run, void* param), void* param) {

@@ -17,10 +17,14 @@ public:
     static unsigned int GetCurrentThreadId();
     // The processors that the system reports; at least 1.
     static int GetCpuCount();
+    // Exceptions since the process began that left code of the host which the library had called: thread bodies,
+    // events, timed events, tasks, command handlers and start-up hooks. Each was logged as "exception in ...".
+    static unsigned int GetExceptionCount();
 
     // Starts a thread and returns once its body runs or has returned. The caller owns the handle, which
-    // ends by CloseService or KillService. Null for a null body or target, and when the system gives no
-    // thread ("Create Thread error" is logged). A target is held by a reference while its body runs.
+    // ends by CloseService or KillService. An exception that leaves the body ends the thread as its return does. Null
+    // for a null body or target, and when the system gives no thread ("Create Thread error" is logged). A target is
+    // held by a reference while its body runs.
     static void* NewThread(void (*body)(bool& run, void* param), void* param);
     static void* NewThread(KwInf* target, KwInfThreadBody body, void* param);
     // The same for a member of a derived class.
@@ -47,9 +51,9 @@ public:
     static void DeleteEvent(void* event);
 
     // Queues one call of `callback(param)` on a listener thread. A true result repeats it, until it gives
-    // false or the service is deleted. The target is held by a reference until the event is gone.
-    // `delay` is in milliseconds and never makes an event wait: one of 5 or more drops the event at its first turn
-    // without a call, a shorter one drops it at each turn, repetitions too, that comes earlier than that after the
+    // false, an exception leaves it, or the service is deleted. The target is held by a reference until the event is
+    // gone. `delay` is in milliseconds and never makes an event wait: one of 5 or more drops the event at its first
+    // turn without a call, a shorter one drops it at each turn, repetitions too, that comes earlier than that after the
     // post or the call before. 0 is for none.
     // False when something is null, the service is being deleted, or memory is out or the target has 32,767
     // references ("new listen event node error" is logged).

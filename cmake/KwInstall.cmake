@@ -6,7 +6,8 @@ install(TARGETS Kw EXPORT KwTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 # The headers that Kw.h brings; the rest are the sources' own.
-set(kw_internal KwLogData KwLogLine KwCalendar KwFormatNumber KwFormatSink KwFormatSpec KwListenEvent KwMemoryBlock
+set(kw_internal KwGuardedCall KwTick
+  KwLogData KwLogLine KwCalendar KwFormatNumber KwFormatSink KwFormatSpec KwListenEvent KwMemoryBlock
   KwMemoryState KwModuleChain KwStaticLock KwStrText KwUtfCode KwUtfKernel KwDataBlocks KwDataFile KwDataParser
   KwDataWalk KwDBRTAccess KwDBRTData KwDBRTWriter KwFileWriter KwNrv2b KwPackCache KwPackLayout
   KwPackLock KwPackRequests KwPackScratch KwResTable KwTableScan KwTableScanKernel KwTableScanSets)

@@ -4,6 +4,8 @@
 // configuration document and starts what was asked for, Run is the main loop, Close takes everything down.
 // SIGINT and SIGTERM (Ctrl+C at a Windows console) end the loop between passes without a question; a second
 // one ends the process at once.
+// What is thrown by a hook passes through Init, Run or Close to whoever called it; what is thrown by a command handler
+// or a start-up hook is logged and counted (KwOS::GetExceptionCount).
 // Thread-safety: everything belongs to the host's main thread, which runs every hook and command handler.
 #pragma once
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Kw/Helper/KwLogSystem.h"
+#include "Kw/KwGuardedCall.h"
 #include "Kw/Platform/KwPlatformConsole.h"
 #include "Kw/Platform/KwPlatformInput.h"
 
@@ -209,7 +210,10 @@ void KwCommand::SetCommandCallback(KwInf* target, KwInfCommandCallback callback)
 }
 
 bool KwCommand::CallFallback(const std::string& name, KwCmd* params) {
-    return fallbackTarget_ != nullptr && fallback_ != nullptr && (fallbackTarget_->*fallback_)(name, params);
+    if (fallbackTarget_ == nullptr || fallback_ == nullptr) return false;
+    bool taken = true;  // whoever throws has taken the line
+    KwGuardedCall("command", name.c_str(), [&] { taken = (fallbackTarget_->*fallback_)(name, params); });
+    return taken;
 }
 
 void KwCommand::Do(char* line, int) {
@@ -233,11 +237,13 @@ void KwCommand::Do(char* line, int) {
         ShowInfo(*command->members);
     } else if (HasHandler(*command)) {
         // The handler may remove its own node: nothing of the node is used once the call has begun.
-        if (KwInf* target = command->target) {
-            (target->*(command->handler.member))(word, &params);
-        } else {
-            command->handler.function(word, &params);
-        }
+        KwGuardedCall("command", word.c_str(), [&] {
+            if (KwInf* target = command->target) {
+                (target->*(command->handler.member))(word, &params);
+            } else {
+                command->handler.function(word, &params);
+            }
+        });
     }
 }
 

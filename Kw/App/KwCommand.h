@@ -4,7 +4,8 @@
 // with sub-commands lists them when it is typed. A line is the name, blanks, and the parameters (see KwCmd).
 // Names of more than 4095 bytes and names with an empty segment are invalid; of a segment 63 bytes count.
 // Handlers run on the thread that calls Do, Listen or OnEvent, and receive the command word as it was typed. They
-// may add and remove commands, their own too, and may call Do, Listen and OnEvent.
+// may add and remove commands, their own too, and may call Do, Listen and OnEvent. An exception that leaves one is
+// logged ("exception in command NAME: TEXT"), and the line is done.
 // The registry holds no references: a target outlives its commands. A target that was registered by Attack
 // before Add may also die earlier; its commands then count as not found.
 // Thread-safety: every operation from any thread, Listen and InputPassword from one at a time. One line is executed at

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "Kw/KwGuardedCall.h"
+
 namespace {
 
 constexpr int kGrowth = 10;
@@ -75,6 +77,54 @@ struct Table {
 
 constinit Table g_table;
 
+// The answer of a hook; `otherwise` when an exception left it.
+template <class Call>
+bool Answer(const char* phase, bool otherwise, Call call) {
+    bool answer = otherwise;
+    KwGuardedCall("a start-up hook,", phase, [&] { answer = call(); });
+    return answer;
+}
+
+// One phase of one hook.
+bool CallInit(const Entry& entry) {
+    return Answer("init phase", false, [&] {
+        return entry.kind == 1 ? entry.object->OnEventInit() : entry.function(KwEventInit::kInit, 0);
+    });
+}
+
+bool CallStart(const Entry& entry) {
+    return Answer("start phase", false, [&] {
+        return entry.kind == 1 ? entry.object->OnEventStart() : entry.function(KwEventInit::kStart, 0);
+    });
+}
+
+void CallClose(const Entry& entry) {
+    KwGuardedCall("a start-up hook,", "close phase", [&] {
+        if (entry.kind == 1) {
+            entry.object->OnEventClose();
+        } else {
+            entry.function(KwEventInit::kClose, 0);
+        }
+    });
+}
+
+// The destroy phase, or the notice of removal.
+void CallDestroy(const Entry& entry, KwEventInit::Event event, int argument) {
+    KwGuardedCall("a start-up hook,", "destroy phase", [&] {
+        if (entry.kind == 1) {
+            entry.object->OnEventDestroy();
+        } else {
+            entry.function(event, argument);
+        }
+    });
+}
+
+bool CallCode(const Entry& entry, int code, bool otherwise) {
+    return Answer("code", otherwise, [&] {
+        return entry.kind == 1 ? entry.object->OnEventCode(code) : entry.function(KwEventInit::kCode, code);
+    });
+}
+
 // The library is unloaded: its table goes with it.
 [[gnu::destructor(101)]] void OnUnload() {
     g_table.Reset();
@@ -117,26 +167,18 @@ KwEventInit& KwEventInit::operator=(const KwEventInit&) {
 
 bool KwEventInit::CallEventInit() {
     if (!g_table.Begin(1)) return true;
-    return g_table.Walk([](int, const Entry& entry) {
-        return entry.kind == 1 ? entry.object->OnEventInit() : entry.function(kInit, 0);
-    });
+    return g_table.Walk([](int, const Entry& entry) { return CallInit(entry); });
 }
 
 bool KwEventInit::CallEventStart() {
     if (!g_table.Begin(2)) return true;
-    return g_table.Walk([](int, const Entry& entry) {
-        return entry.kind == 1 ? entry.object->OnEventStart() : entry.function(kStart, 0);
-    });
+    return g_table.Walk([](int, const Entry& entry) { return CallStart(entry); });
 }
 
 void KwEventInit::CallEventClose() {
     if (!g_table.Begin(4)) return;
     g_table.Walk([](int, const Entry& entry) {
-        if (entry.kind == 1) {
-            entry.object->OnEventClose();
-        } else {
-            entry.function(kClose, 0);
-        }
+        CallClose(entry);
         return true;
     });
 }
@@ -144,33 +186,22 @@ void KwEventInit::CallEventClose() {
 void KwEventInit::CallEventDestroy() {
     if (!g_table.Begin(8)) return;
     g_table.Walk([](int index, const Entry& entry) {
-        if (entry.kind == 1) {
-            entry.object->OnEventDestroy();
-        } else {
-            entry.function(kDestroy, 0);
-        }
+        CallDestroy(entry, kDestroy, 0);
         g_table.Drop(index);
         return true;
     });
 }
 
 bool KwEventInit::CallEventCode(int code) {
-    return g_table.Walk([code](int, const Entry& entry) {
-        return entry.kind == 1 ? entry.object->OnEventCode(code) : entry.function(kCode, code);
-    });
+    return g_table.Walk([code](int, const Entry& entry) { return CallCode(entry, code, false); });
 }
 
 void KwEventInit::CallEventDeleteByCode(int code) {
     // A hook tells the question whether it stays from an ordinary code by the sign. Negated without overflow.
     const int question = static_cast<int>(0u - static_cast<unsigned int>(code));
     g_table.Walk([code, question](int index, const Entry& entry) {
-        if (entry.kind == 1) {
-            if (entry.object->OnEventCode(question)) return true;
-            entry.object->OnEventDestroy();
-        } else {
-            if (entry.function(kCode, question)) return true;
-            entry.function(kRemoved, code);
-        }
+        if (CallCode(entry, question, true)) return true;
+        CallDestroy(entry, kRemoved, code);
         g_table.Drop(index);
         return true;
     });

@@ -3,6 +3,7 @@
 // Any source declares a static KwEventInit with a function or a CBKwEventInit; the application then calls each
 // hook at its init, start, close and destroy phases, in the order of registration. A phase runs once per
 // process. The table belongs to the process: it outlives a release of the library.
+// An exception that leaves a hook is logged. It counts as false, and as true where false would remove the hook.
 // Thread-safety: none. Registration is meant for static construction, the phases for the main thread.
 #pragma once
 

@@ -8,6 +8,7 @@
 #include "Kw/Helper/KwLogLine.h"
 #include "Kw/Helper/KwLogSystem.h"
 #include "Kw/KwLock.h"
+#include "Kw/KwTick.h"
 #include "Kw/KwTime.h"
 #include "Kw/Res/KwRes.h"
 
@@ -62,9 +63,9 @@ bool KwLog::Init(const char* directory, const char* name, bool withLock, int lin
     directory_ = directory == nullptr ? "" : directory;
     name_ = name == nullptr ? "" : name;
     linesPerCheck_ = std::max(linesPerCheck, 1);
-    // Ticks are compared by their signed distance, so that their wrap after 49 days does not show.
     checkInterval_ = std::min(checkSeconds, 0x7FFFFFFFu / 1000) * 1000;
     nextCheckTick_ = 0;
+    checked_ = false;
     lines_ = 0;
     lost_ = false;
     if (!directory_.empty()) KwRes::CreateFolder(directory_.c_str(), true, 0);
@@ -83,7 +84,9 @@ void KwLog::Close() {
 }
 
 bool KwLog::IsCheckDue(unsigned int tick) const {
-    return nextCheckTick_ == 0 ? tick != 0 : static_cast<int>(tick - nextCheckTick_) > 0;
+    if (!checked_) return tick != 0;
+    // From the last check on, so that the wrap of the tick does not show.
+    return Kw_IsTickPast(tick, nextCheckTick_ - checkInterval_, checkInterval_);
 }
 
 void KwLog::Run(unsigned int tick) {
@@ -99,6 +102,7 @@ void KwLog::_OnCheck() {
 
 void KwLog::Reopen(unsigned int tick) {
     nextCheckTick_ = tick + checkInterval_;
+    checked_ = true;
     lines_ = 0;
     char path[KwRes::kPathSize] = "";
     GetNewFile(path, directory_.c_str(), name_.c_str());

@@ -66,9 +66,10 @@ private:
     std::string name_;
     int linesPerCheck_ = 100;
     int lines_ = 0;                        // since the last check
-    unsigned int nextCheckTick_ = 0;       // 0 before the first check
+    unsigned int nextCheckTick_ = 0;       // any tick but 0 is past it before the first check
     unsigned int checkInterval_ = 600000;  // ms
     KwLogLock* lock_ = nullptr;
     bool checkOnWrite_ = false;
-    bool lost_ = false;  // the last reopening failed
+    bool lost_ = false;     // the last reopening failed
+    bool checked_ = false;  // nextCheckTick_ is set
 };

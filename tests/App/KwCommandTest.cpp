@@ -5,10 +5,12 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include "Kw/Helper/KwLogSystem.h"
+#include "Kw/KwOS.h"
 
 namespace {
 
@@ -108,6 +110,20 @@ TEST_F(KwCommandTest, WhatNobodyKnowsGoesToTheCallbackOrTheLog) {
     registry.SetCommandCallback(nullptr, nullptr);
     Do("%s%n");
     EXPECT_EQ(TakeLog(), "function %s%n not found,docommand error\n");
+}
+
+TEST_F(KwCommandTest, WhatLeavesAHandlerIsLoggedWithTheCommandAndTheNextLineRuns) {
+    const unsigned int before = KwOS::GetExceptionCount();
+    registry.Add("db.save", &target, &Derived::OnCall);
+    target.inside = [] { throw std::runtime_error("disk full"); };
+    Do("db.save 1");
+    registry.Add("plain", [](const std::string&, KwCmd*) { throw 5; });
+    Do("plain");
+    target.inside = nullptr;
+    Do("db.save 2");
+    EXPECT_EQ(TakeLog(), "exception in command db.save: disk full\nexception in command plain: int\n");
+    EXPECT_EQ(target.calls.back(), "db.save:2;db.save:2");
+    EXPECT_EQ(KwOS::GetExceptionCount(), before + 2);
 }
 
 TEST_F(KwCommandTest, HelpListsTheTopLevelInAnyCase) {

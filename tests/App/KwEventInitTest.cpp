@@ -6,10 +6,12 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "Kw/KwModuleEngine.h"
+#include "Kw/KwOS.h"
 
 namespace {
 
@@ -116,6 +118,27 @@ TEST(KwEventInitTest, AHookThatDeclinesEndsThePhaseForGood) {
         Expect("f5/9 n5/9 f5/9 n5/9");
         KwEventInit::CallEventClose();
         Expect("f3/0 n3/0 f3/0");
+    });
+}
+
+bool Throw(int event, int) {
+    throw std::runtime_error("event " + std::to_string(event));
+}
+
+TEST(KwEventInitTest, WhatLeavesAHookFailsItsPhaseAndIsCounted) {
+    InOwnProcess([] {
+        const unsigned int before = KwOS::GetExceptionCount();
+        const KwEventInit a(Throw);
+        const KwEventInit b(Agree);
+        Require(!KwEventInit::CallEventInit() && !KwEventInit::CallEventStart(), "init and start");
+        Require(!KwEventInit::CallEventCode(9), "a code");
+        Expect("");
+        KwEventInit::CallEventDeleteByCode(9);
+        Expect("f5/-9");
+        KwEventInit::CallEventClose();
+        KwEventInit::CallEventDestroy();
+        Expect("f3/0 f4/0");
+        Require(KwOS::GetExceptionCount() == before + 6, "six hooks threw");
     });
 }
 

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -50,6 +51,11 @@ public:
         return true;
     }
 
+    bool Throw(void* param) {
+        ++*static_cast<std::atomic<int>*>(param);
+        throw std::string("event");
+    }
+
     std::atomic<int> refsInBody{0};
 
 private:
@@ -84,6 +90,27 @@ TEST(KwOSThreadTest, TheTargetIsHeldWhileItsBodyRuns) {
     EXPECT_EQ(alive, 1);
     KwOS::CloseService(thread);
     EXPECT_EQ(alive, 0);
+}
+
+TEST(KwOSThreadTest, WhatLeavesABodyOrAnEventEndsItAloneAndIsCounted) {
+    const unsigned int before = KwOS::GetExceptionCount();
+    std::atomic<int> calls{0}, alive{0};
+    const auto throwing = [](bool&, void* param) {
+        ++*static_cast<std::atomic<int>*>(param);
+        throw std::runtime_error("body");
+    };
+    KwOS::CloseService(KwOS::NewThread(throwing, &calls));
+    auto* target = new Target(&alive);
+    void* service = KwOS::CreateEventW(1);
+    KwOS::PostEvent(service, target, &Target::Throw, &calls, 0);
+    std::atomic<int> left{1};
+    KwOS::PostEvent(service, target, &Target::CountDown, &left, 0);
+    KwOS::DeleteEvent(service);
+    EXPECT_EQ(calls, 2) << "the event is not repeated";
+    EXPECT_EQ(left, 0) << "the listener goes on";
+    EXPECT_EQ(KwOS::GetExceptionCount(), before + 2);
+    EXPECT_EQ(target->GetRef(), 1);
+    target->Release();
 }
 
 TEST(KwOSThreadTest, NullBodiesAndTargetsAndForeignHandlesAreRefused) {

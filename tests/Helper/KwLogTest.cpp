@@ -153,6 +153,23 @@ TEST_F(KwLogTest, TheCheckOutlivesTheWrapOfTheTick) {
     EXPECT_FALSE(fs::exists(log.file));
     log.Run(0xFFFFFF00u + 10001u);
     EXPECT_TRUE(fs::exists(log.file));
+    log.file = Path("c.log");
+    log.Write("3", -1);
+    log.Run(0xC0000000u);
+    EXPECT_TRUE(fs::exists(log.file)) << "nothing was written for 37 days";
+}
+
+TEST_F(KwLogTest, ACheckThatIsDueAtTickZeroWaitsForIt) {
+    ASSERT_TRUE(Init(100, 10));
+    log.Write("1", -1);
+    log.Run(0u - 10000u);
+    log.file = Path("b.log");
+    log.Write("2", -1);
+    log.Run(0u - 1u);
+    log.Run(0);
+    EXPECT_FALSE(fs::exists(log.file));
+    log.Run(1);
+    EXPECT_TRUE(fs::exists(log.file));
 }
 
 TEST_F(KwLogTest, ChecksOnWriteNeedNoRun) {
