@@ -6,11 +6,44 @@ install(TARGETS Kw EXPORT KwTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 # The headers that Kw.h brings; the rest are the sources' own.
-set(kw_internal KwGuardedCall KwTick
-  KwLogData KwLogLine KwCalendar KwFormatNumber KwFormatSink KwFormatSpec KwListenEvent KwMemoryBlock
-  KwMemoryState KwModuleChain KwStaticLock KwStrText KwUtfCode KwUtfKernel KwDataBlocks KwDataFile KwDataParser
-  KwDataWalk KwDBRTAccess KwDBRTData KwDBRTWriter KwFileWriter KwNrv2b KwPackCache KwPackLayout
-  KwPackLock KwPackRequests KwPackScratch KwResTable KwTableScan KwTableScanKernel KwTableScanSets)
+set(kw_internal
+  KwCalendar
+  KwDBRTAccess
+  KwDBRTData
+  KwDBRTWriter
+  KwDataBlocks
+  KwDataFile
+  KwDataParser
+  KwDataWalk
+  KwFileWriter
+  KwFormatNumber
+  KwFormatSink
+  KwFormatSpec
+  KwGuardedCall
+  KwListenEvent
+  KwLogData
+  KwLogLine
+  KwLogQueue
+  KwLogRotation
+  KwMemoryBlock
+  KwMemoryState
+  KwModuleChain
+  KwNrv2b
+  KwPackCache
+  KwPackLayout
+  KwPackLock
+  KwPackRequests
+  KwPackScratch
+  KwResTable
+  KwStaticLock
+  KwStrText
+  KwTableScan
+  KwTableScanKernel
+  KwTableScanSets
+  KwTick
+  KwUtfCode
+  KwUtfKernel
+  )
 list(TRANSFORM kw_internal APPEND "\\.h")
 list(JOIN kw_internal "|" kw_internal)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/Kw DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}

@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "Kw/Helper/KwLogLine.h"
+#include "Kw/Helper/KwLogRotation.h"
 #include "Kw/Helper/KwLogSystem.h"
 #include "Kw/KwLock.h"
 #include "Kw/KwTick.h"
@@ -50,11 +51,14 @@ KwLog& KwLog::operator=(const KwLog& other) {
     checkInterval_ = other.checkInterval_;
     checkOnWrite_ = other.checkOnWrite_;
     if (other.lock_ != nullptr && lock_ == nullptr) lock_ = new KwLogLock;
+    delete rotation_;
+    rotation_ = other.rotation_ == nullptr ? nullptr : new KwLogRotation(*other.rotation_);
     return *this;
 }
 
 KwLog::~KwLog() {
     file_.Close();
+    delete rotation_;
     delete lock_;
 }
 
@@ -69,9 +73,7 @@ bool KwLog::Init(const char* directory, const char* name, bool withLock, int lin
     lines_ = 0;
     lost_ = false;
     if (!directory_.empty()) KwRes::CreateFolder(directory_.c_str(), true, 0);
-    char path[KwRes::kPathSize] = "";
-    GetNewFile(path, directory_.c_str(), name_.c_str());
-    if (!file_.Append(path)) return false;
+    if (!OpenFile()) return false;
     if (withLock && lock_ == nullptr) lock_ = new KwLogLock;
     return true;
 }
@@ -83,6 +85,11 @@ void KwLog::Close() {
     lost_ = false;
 }
 
+void KwLog::Flush() {
+    const Guard guard(lock_);
+    file_.Flush();
+}
+
 bool KwLog::IsCheckDue(unsigned int tick) const {
     if (!checked_) return tick != 0;
     // From the last check on, so that the wrap of the tick does not show.
@@ -92,6 +99,15 @@ bool KwLog::IsCheckDue(unsigned int tick) const {
 void KwLog::Run(unsigned int tick) {
     const Guard guard(lock_);
     if ((lines_ != 0 || lost_) && (lines_ > linesPerCheck_ || IsCheckDue(tick))) Reopen(tick);
+    RotateIfDue();
+}
+
+void KwLog::SetRotation(unsigned int maxBytes, unsigned int maxAgeSeconds, int keep) {
+    const Guard guard(lock_);
+    delete rotation_;
+    rotation_ = maxBytes == 0 && maxAgeSeconds == 0 ? nullptr : new KwLogRotation(maxBytes, maxAgeSeconds, keep);
+    // An open file is found again by its name.
+    if (file_.CanWrite()) lost_ = !OpenFile();
 }
 
 void KwLog::_OnCheck() {
@@ -104,10 +120,27 @@ void KwLog::Reopen(unsigned int tick) {
     nextCheckTick_ = tick + checkInterval_;
     checked_ = true;
     lines_ = 0;
+    // A file that cannot be opened now (its folder is gone, the disk is full) is tried at each later check.
+    lost_ = !OpenFile();
+}
+
+bool KwLog::OpenFile() {
     char path[KwRes::kPathSize] = "";
     GetNewFile(path, directory_.c_str(), name_.c_str());
-    // A file that cannot be opened now (its folder is gone, the disk is full) is tried at each later check.
-    lost_ = !file_.Append(path);
+    if (!file_.Append(path)) return false;
+    if (rotation_ == nullptr) return true;
+    const bool fresh = file_.Size() == 0;
+    rotation_->Opened(path, fresh);
+    if (fresh) rotation_->Prune(name_);
+    return true;
+}
+
+// The caller holds the lock.
+void KwLog::RotateIfDue() {
+    if (rotation_ == nullptr || !file_.CanWrite() || !rotation_->IsDue(file_.Size())) return;
+    file_.Close();
+    rotation_->Shift();
+    lost_ = !OpenFile();
 }
 
 void KwLog::Write(const char* text, int length) {
@@ -148,6 +181,7 @@ void KwLog::WriteLine(const char* text, unsigned int length) {
     OnEndWrite(&file_);
     file_.Write("\n", 1);
     ++lines_;
+    RotateIfDue();
     if (checkOnWrite_) _OnCheck();
 }
 

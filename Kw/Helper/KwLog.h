@@ -3,6 +3,7 @@
 // Lines are appended to "directory\name_day_month_year.log". The host's loop calls Run, which reopens the file
 // now and then: that writes the lines through, and begins a new file on a new day.
 // Derived classes choose the file name, the time stamp and what surrounds a line.
+// With SetRotation a file that is too large or too old is renamed to "name.log.1", the one before it to ".2", ...
 // Thread-safety: with the lock that Init makes, Write, WriteF, WriteV, Run and Close from any thread; without it
 // one thread at a time.
 #pragma once
@@ -14,6 +15,7 @@
 
 class KwLogLine;
 class KwLogLock;
+class KwLogRotation;
 
 class KW_API KwLog {
 public:
@@ -42,6 +44,12 @@ public:
     // Lets every write check the file itself, for hosts that do not call Run. Off by default.
     void SetCheckOnWrite(bool check) { checkOnWrite_ = check; }
 
+    // Begins a new file behind the line that brings the open one to `maxBytes`, and at the next line or Run when it
+    // was made `maxAgeSeconds` ago; 0 is no limit, two of 0 turn rotation off, as it is from the start. Old files
+    // beyond `keep` (1 to 999) are removed, the oldest first: the numbered ones, and with the default file
+    // names those of other days, too. Call it before Init, or between two lines.
+    void SetRotation(unsigned int maxBytes, unsigned int maxAgeSeconds, int keep);
+
 protected:
     // Writes the path of the file to append to, at most KwRes::kPathSize characters with the terminator.
     virtual void GetNewFile(char* out, const char* directory, const char* name);
@@ -50,6 +58,10 @@ protected:
     virtual void OnEndWrite(KwFile* file);
     // The time stamp of a line: 0 none, 1 "[hour_minute_second]", 2 "[hour_minute_second/day/month/year]".
     virtual int GetTimeWrite();
+
+    bool IsOpen() const { return file_.CanWrite(); }
+    // Hands the lines so far to the system.
+    void Flush();
 
 public:
     virtual ~KwLog();
@@ -60,6 +72,8 @@ private:
     void _OnWriteTime();
     bool IsCheckDue(unsigned int tick) const;
     void Reopen(unsigned int tick);
+    bool OpenFile();
+    void RotateIfDue();
 
     KwFile file_;
     std::string directory_;
@@ -70,6 +84,7 @@ private:
     unsigned int checkInterval_ = 600000;  // ms
     KwLogLock* lock_ = nullptr;
     bool checkOnWrite_ = false;
-    bool lost_ = false;     // the last reopening failed
-    bool checked_ = false;  // nextCheckTick_ is set
+    bool lost_ = false;                  // the last reopening failed
+    bool checked_ = false;               // nextCheckTick_ is set
+    KwLogRotation* rotation_ = nullptr;  // null when off
 };

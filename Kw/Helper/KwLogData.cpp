@@ -19,6 +19,8 @@ constinit KwStaticLock g_creation;
 // Carries the state through the library's release.
 class LogModule : public KwModuleEngine {
 public:
+    // The hooked object belongs to others, who end first.
+    void BeginRelease() override { KwLogSystem::UnHook(); }
     void EndRelease() override {
         g_state.store(nullptr, std::memory_order_release);
         this->~LogModule();
@@ -114,12 +116,36 @@ void CLogData::Push(const char* format, va_list args, const char* name) {
     };
     if (callback_.load(std::memory_order_relaxed) == nullptr) formatLine();
     const std::lock_guard<KwLock> guard(lock_);
+    if (hook_.load(std::memory_order_relaxed) != nullptr) {
+        if (!formatted) formatLine();
+        Capture(line);
+    }
     if (callback_.load(std::memory_order_relaxed) != nullptr && !inCallback_) {
         CallHost(format, args);
         return;
     }
     if (!formatted) formatLine();
     Write(line);
+}
+
+void CLogData::Capture(KwLogLine& line) {
+    const std::size_t prefixSize = TakeTime() ? prefixSize_ : 0;
+    const KwLogLine::Piece whole = line.Whole(prefix_, prefixSize, true);
+    captured_.Push(whole.data, whole.size - 1);
+}
+
+void CLogData::SetHook(CBLogToBuffer* object) {
+    const std::lock_guard<KwLock> guard(lock_);
+    hook_ = object;
+    captured_.Clear();
+}
+
+const KwLogQueue::Lines* CLogData::BeginHookCall(unsigned int& lost) {
+    if (inHookCall_) return nullptr;
+    inHookCall_ = true;
+    const std::lock_guard<KwLock> guard(lock_);
+    lost = captured_.TakeDropped();
+    return &captured_.Turn();
 }
 
 void CLogData::CallHost(const char* format, va_list args) {

@@ -10,6 +10,7 @@
 #include <cstdio>
 
 #include "Kw/Helper/KwLogLine.h"
+#include "Kw/Helper/KwLogQueue.h"
 #include "Kw/Helper/KwLogSystem.h"
 #include "Kw/KwLock.h"
 #include "Kw/KwTime.h"
@@ -35,6 +36,16 @@ public:
     // The lock under which lines go out; WriteLogV keeps two outputs in step with it.
     KwLock& GetLock() { return lock_; }
 
+    // The capture for a host object. Its lock is taken before the log's and held while the object is called; all four
+    // operations need it.
+    KwLock& GetHookLock() { return hookLock_; }
+    void SetHook(CBLogToBuffer* object);
+    CBLogToBuffer* GetHook() const { return hook_.load(std::memory_order_relaxed); }
+    // The lines captured so far and the number of those lost; null while they are being handed over. EndHookCall
+    // follows.
+    const KwLogQueue::Lines* BeginHookCall(unsigned int& lost);
+    void EndHookCall() { inHookCall_ = false; }
+
 private:
     void Write(KwLogLine& line);
     void WriteFile(KwLogLine& line);
@@ -46,6 +57,7 @@ private:
     void ReopenFile();
     void ReportFile(const char* path);
     bool TakeTime();
+    void Capture(KwLogLine& line);
 
     KwLock lock_;
     std::FILE* file_ = nullptr;
@@ -67,5 +79,9 @@ private:
     std::uint64_t timeSecond_ = 0;  // the second that time_ and prefix_ show, 0 for none
     std::size_t prefixSize_ = 0;
     char prefix_[64] = {};
+    KwLock hookLock_;
+    std::atomic<CBLogToBuffer*> hook_{nullptr};
+    KwLogQueue captured_;
+    bool inHookCall_ = false;
     char buffer_[1 << 16];  // of file_, kept over reopening
 };

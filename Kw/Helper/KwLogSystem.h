@@ -13,6 +13,7 @@
 #include "Kw/KwDefine.h"
 
 struct STime;
+class CBLogToBuffer;
 
 class KW_API KwLogSystem {
 public:
@@ -55,4 +56,14 @@ public:
 
     // Pushes ">>>>ProcessTimeWork[label]=n": the milliseconds since the last call, 0 in the first.
     static void SetProcessTimeWork(const char* label);
+
+    // Captures every line from now on for `object`, to which the log takes a reference; the one before it is
+    // unhooked. Null unhooks.
+    static void Hook(CBLogToBuffer* object);
+    // Hands over what was captured, then lets the object go. Nothing when none is hooked.
+    static void UnHook();
+    // Calls the hooked object with the lines captured since the last call, oldest first, on this thread and
+    // without the log's lock; returns their number. 0 without an object, and inside such a call. Waits for a
+    // call that another thread makes.
+    static int CallHook();
 };

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "Kw/Helper/KwLogToBuffer.h"
 #include "Kw/KwMemory.h"
 #include "Kw/KwModuleEngine.h"
 #include "Kw/KwTime.h"
@@ -343,6 +344,54 @@ const Early g_early;
 
 TEST_F(KwLogSystemTest, AStaticObjectMayLog) {
     EXPECT_EQ(Early::count, 1);
+}
+
+// Capture -----------------------------------------------------------------------------------------------------
+
+// Keeps the lines that it is handed; one that says "echo" is answered by a line of its own.
+class Capture : public CBLogToBuffer {
+public:
+    void OnLog(const char* text, unsigned int length) override {
+        lines.emplace_back(text, length);
+        if (lines.back() == "echo") KwLogSystem::Push("answer");
+        if (lines.back() == "unhook") KwLogSystem::UnHook();
+    }
+    std::vector<std::string> lines;
+};
+
+TEST_F(KwLogSystemTest, AHookedObjectGetsTheLinesWhenItIsCalled) {
+    Capture capture;
+    const std::string shown = Console([&] {
+        KwLogSystem::Push("before");
+        KwLogSystem::Hook(&capture);
+        KwLogSystem::Push("%d", 1);
+        KwLogSystem::PushName("name", "two");
+        EXPECT_TRUE(capture.lines.empty());
+        EXPECT_EQ(KwLogSystem::CallHook(), 2);
+        KwLogSystem::Push("echo");
+        KwLogSystem::UnHook();
+        KwLogSystem::Push("after");
+    });
+    EXPECT_EQ(capture.lines, (std::vector<std::string>{"1", "[name]two", "echo", "answer"}));
+    EXPECT_EQ(shown, "before\n1\n[name]two\necho\nanswer\nafter\n");
+    EXPECT_EQ(KwLogSystem::CallHook(), 0);
+    EXPECT_EQ(capture.GetRef(), 1);
+}
+
+TEST_F(KwLogSystemTest, AHookedObjectMayUnhookItselfAndLostLinesAreTold) {
+    Capture capture;
+    Console([&] {
+        KwLogSystem::Hook(&capture);
+        KwLogSystem::Push("unhook");
+        EXPECT_EQ(KwLogSystem::CallHook(), 1);
+        EXPECT_EQ(capture.GetRef(), 1);
+        KwLogSystem::Hook(&capture);
+        const std::string large(9 << 20, 'x');
+        for (int i = 0; i < 3; ++i) KwLogSystem::Push("%s", large.c_str());
+        KwLogSystem::UnHook();
+    });
+    ASSERT_EQ(capture.lines.size(), 3u);
+    EXPECT_EQ(capture.lines[2], "2 log lines lost");
 }
 
 }  // namespace

@@ -237,4 +237,60 @@ TEST_F(KwLogTest, ACopyIsClosedAndHasItsOwnLock) {
     EXPECT_EQ(Read(log.file), "copy\noriginal\n");
 }
 
+// Rotation ----------------------------------------------------------------------------------------------------
+
+TEST_F(KwLogTest, ALargeFileMovesUpTheRowAndTheOldestGoes) {
+    log.SetRotation(10, 0, 2);
+    ASSERT_TRUE(Init(100, 600));
+    for (const char* line : {"first", "123", "second", "123", "third", "123", "fourth", "12", "last"})
+        log.Write(line, -1);
+    log.Close();
+    EXPECT_EQ(Read(log.file), "last\n");
+    EXPECT_EQ(Read(log.file + ".1"), "fourth\n12\n");
+    EXPECT_EQ(Read(log.file + ".2"), "third\n123\n");
+    EXPECT_FALSE(fs::exists(log.file + ".3"));
+}
+
+TEST_F(KwLogTest, AnOldFileGivesWayAtTheNextLine) {
+    log.SetRotation(0, 1, 3);
+    ASSERT_TRUE(Init(100, 600));
+    log.Write("old", -1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    log.Run(1);
+    log.Write("new", -1);
+    log.Close();
+    EXPECT_EQ(Read(log.file), "new\n");
+    EXPECT_EQ(Read(log.file + ".1"), "old\n");
+}
+
+TEST_F(KwLogTest, WhatCannotBeRenamedIsReportedOnceAndGrows) {
+    log.SetRotation(4, 0, 1);
+    fs::create_directories(log.file + ".1/x");
+    ASSERT_TRUE(Init(100, 600));
+    testing::internal::CaptureStdout();
+    for (int i = 0; i < 3; ++i) log.Write("line", -1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "rotate log file " + log.file + " error\n");
+    log.Close();
+    EXPECT_EQ(Read(log.file), "line\nline\nline\n");
+}
+
+TEST_F(KwLogTest, FilesOfOtherDaysCountAndFilesOfOthersStay) {
+    log.file.clear();
+    fs::create_directories(folder);
+    int age = 0;
+    for (const char* name : {"server_03_01_2024.log", "server_02_01_2024.log", "server_02_01_2024.log.1",
+                             "server_01_01_2024.log", "server_x_01_01_2024.log", "server_01_01_2024.log.bak"}) {
+        std::ofstream(folder / name) << name;
+        fs::last_write_time(folder / name, fs::file_time_type::clock::now() - std::chrono::hours(++age));
+    }
+    log.SetRotation(1000, 0, 2);
+    ASSERT_TRUE(Init(100, 600));
+    log.Close();
+    std::vector<std::string> left;
+    for (const auto& entry : fs::directory_iterator(folder)) left.push_back(entry.path().filename().string());
+    EXPECT_EQ(left.size(), 5u);  // today's, two old ones, two that are not the log's
+    EXPECT_TRUE(fs::exists(folder / "server_02_01_2024.log"));
+    EXPECT_FALSE(fs::exists(folder / "server_02_01_2024.log.1"));
+}
+
 }  // namespace
