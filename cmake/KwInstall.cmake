@@ -43,7 +43,7 @@ set(kw_internal
   KwTick
   KwUtfCode
   KwUtfKernel
-  )
+)
 list(TRANSFORM kw_internal APPEND "\\.h")
 list(JOIN kw_internal "|" kw_internal)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/Kw DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
