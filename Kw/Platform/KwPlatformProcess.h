@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace KwPlatform {
 
@@ -12,6 +13,10 @@ std::string ExecutablePath();
 
 // Stores the value of an environment variable. False, with `value` emptied, when it is not set.
 bool EnvironmentVariable(const char* name, std::string& value);
+
+// The arguments behind the program's name, in UTF-8. `argc` and `argv` are main's; Windows is asked itself, since
+// main gets them in the machine's code page there.
+std::vector<std::string> Arguments(int argc, const char* const* argv);
 
 unsigned int ProcessId();
 

@@ -39,6 +39,10 @@ bool EnvironmentVariable(const char* name, std::string& value) {
     return true;
 }
 
+std::vector<std::string> Arguments(int argc, const char* const* argv) {
+    return argc > 1 ? std::vector<std::string>(argv + 1, argv + argc) : std::vector<std::string>();
+}
+
 unsigned int ProcessId() {
     return static_cast<unsigned int>(getpid());
 }

@@ -2,7 +2,10 @@
 // The Windows header comes first.
 #include "Kw/Platform/KwPlatformProcess.h"
 
+#include <shellapi.h>
+
 #include <cstring>
+#include <cwchar>
 
 #include "Kw/Platform/KwPlatformConsoleWin32.h"
 
@@ -51,6 +54,16 @@ bool EnvironmentVariable(const char* name, std::string& value) {
     }
     value = NarrowText(text.data(), length);
     return true;
+}
+
+std::vector<std::string> Arguments(int argc, const char* const* argv) {
+    std::vector<std::string> arguments;
+    int count = 0;
+    wchar_t** const wide = CommandLineToArgvW(GetCommandLineW(), &count);
+    for (int i = 1; wide != nullptr && i < count; ++i) arguments.push_back(NarrowText(wide[i], std::wcslen(wide[i])));
+    for (int i = 1; wide == nullptr && i < argc; ++i) arguments.emplace_back(argv[i]);
+    LocalFree(wide);
+    return arguments;
 }
 
 unsigned int ProcessId() {

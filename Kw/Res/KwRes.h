@@ -12,6 +12,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "Kw/Res/KwPackSource.h"
 
@@ -48,6 +49,9 @@ public:
     static bool SetProcessFullPath(const char* path);  // folder and name; empty: asks the system again
     static bool SetProcessPath(const char* path);
     static bool SetProcessName(const char* name);
+    // The arguments behind the program's name, in UTF-8 as every path here is. `argc` and `argv` are main's, which on
+    // Windows have lost what the machine's code page does not know: there the system is asked.
+    static std::vector<std::string> GetArguments(int argc, const char* const* argv);
     // The environment variable "SyncProjectPath" as it was when first asked for; null when it was not set.
     static const char* GetSyncProjectPath();
 

@@ -227,6 +227,10 @@ int KwRes::GetResPathNum() {
     return g_table.CountInUse();
 }
 
+std::vector<std::string> KwRes::GetArguments(int argc, const char* const* argv) {
+    return KwPlatform::Arguments(argc, argv);
+}
+
 const char* KwRes::GetProcessPath() {
     return g_table.GetProcessPath();
 }

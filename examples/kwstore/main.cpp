@@ -2,6 +2,7 @@
 // The configuration is a data-script document; without one, kwstore.ds beside the program.
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "StoreApp.h"
 
@@ -23,11 +24,12 @@ bool Check(const std::string& path) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc > 2 || (argc == 2 && std::string(argv[1]) == "--help")) {
+    const std::vector<std::string> arguments = KwRes::GetArguments(argc, argv);
+    if (arguments.size() > 1 || (arguments.size() == 1 && arguments[0] == "--help")) {
         std::printf("usage: kwstore [CONFIGURATION]\n");
-        return argc == 2 ? 0 : 2;
+        return arguments.size() == 1 ? 0 : 2;
     }
-    const std::string config = argc == 2 ? argv[1] : std::string(KwRes::GetProcessPath()) + "kwstore.ds";
+    const std::string config = arguments.empty() ? std::string(KwRes::GetProcessPath()) + "kwstore.ds" : arguments[0];
     if (!Check(config)) return 1;
     StoreApp app;
     const bool started = app.Init(config.c_str(), true, false);

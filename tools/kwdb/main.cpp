@@ -1,8 +1,10 @@
 // kwdb: looks at the files of a runtime database, and repairs its journal.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 
+#include "Kw/Res/KwRes.h"
 #include "kwdb/Commands.h"
 
 namespace {
@@ -68,8 +70,9 @@ int main(int argc, char** argv) {
     bool fromCopy = false;
     CLI::App* repair =
         add("repair",
-            "Cuts each damaged journal after its last whole record. The damaged file is kept beside "
-            "it as NAME.info.damaged. Refused while the database is open; run it as the user that the host runs as");
+            "Cuts each damaged journal after its last whole record; then a damaged journal copy, which is "
+            "completed from the journal, and a damaged text log. A damaged file is kept beside the new one: "
+            "NAME.info.damaged. Refused while the database is open; run it as the user that the host runs as");
     repair->add_flag("--from-copy", fromCopy,
                      "Make the journal from the records of the journal copy after the last commit instead, which "
                      "also brings back what stands behind the damage");
@@ -77,7 +80,9 @@ int main(int argc, char** argv) {
     CLI::App* stats = add("stats", "Counts records, objects and bytes");
 
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> arguments = KwRes::GetArguments(argc, argv);
+        std::reverse(arguments.begin(), arguments.end());  // as parse takes them
+        app.parse(std::move(arguments));
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : kFailed;
     }
