@@ -29,7 +29,10 @@ bool KwDBRTWriter::Begin(const KwDBRTNames& names) {
     names_ = names;
     directoryLock_ = files_->Lock(names.GetLock());
     if (directoryLock_ == nullptr) {
-        return KwLogSystem::PushRes("open database %s error: it is open elsewhere", names.GetLock().c_str());
+        // Whoever may write there can open the file, also while another holds the lock.
+        const bool writable = files_->Open(names.GetLock(), true) != nullptr;
+        return KwLogSystem::PushRes("open database %s error: %s", names.GetLock().c_str(),
+                                    writable ? "it is open elsewhere" : "the file cannot be made or written");
     }
     journalPath_ = names.GetJournal();
     for (Log* log : {&copy_, &text_}) {
