@@ -18,3 +18,7 @@ bool SetTimeZone(const char* rule);
 
 // Cuts or lengthens a file, also beyond 2 GiB; what is new is a hole. False when the disk does not take it.
 bool SetFileLength(const char* path, std::uint64_t length);
+
+// Runs a program and gives its exit code, -1 when it was ended otherwise. `arguments` is UTF-8, with double quotes
+// where they are needed; `out` receives what it prints, with its errors if asked. Lines end in a line feed.
+int RunProgram(const std::string& program, const std::string& arguments, bool withErrors, std::string& out);

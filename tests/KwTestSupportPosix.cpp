@@ -1,5 +1,7 @@
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 
@@ -21,4 +23,14 @@ bool SetTimeZone(const char* rule) {
 
 bool SetFileLength(const char* path, std::uint64_t length) {
     return truncate(path, static_cast<off_t>(length)) == 0;
+}
+
+int RunProgram(const std::string& program, const std::string& arguments, bool withErrors, std::string& out) {
+    std::FILE* pipe = popen((program + " " + arguments + (withErrors ? " 2>&1" : " 2>/dev/null")).c_str(), "r");
+    if (pipe == nullptr) return -1;
+    char piece[4096];
+    std::size_t count;
+    while ((count = std::fread(piece, 1, sizeof(piece), pipe)) != 0) out.append(piece, count);
+    const int status = pclose(pipe);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }

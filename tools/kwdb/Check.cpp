@@ -30,43 +30,16 @@ public:
         }
     }
 
-    // The host writes the lines of its payloads as it likes: only how the file ends can be wrong.
     void CheckText(const std::vector<std::string>& paths) {
         Progress progress("text log", db_.GetSize(paths));
-        std::vector<char> piece(1u << 20);
         std::uint64_t base = 0;
         for (const std::string& path : paths) {
             const std::unique_ptr<KwDBFile> file = db_.Open(path);
-            const std::uint64_t size = file->GetSize();
-            std::uint64_t lines = 0;
-            std::uint64_t lastLine = 0;      // where the last line begins
-            std::uint64_t firstZero = size;  // of the zero bytes at the end
-            for (std::uint64_t at = 0; at < size;) {
-                const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), size - at));
-                if (file->Read(at, piece.data(), wanted) != wanted) {
-                    throw ToolError(path + ": the file cannot be read at offset " + std::to_string(at));
-                }
-                for (std::size_t i = 0; i < wanted; ++i) {
-                    if (piece[i] == '\n') {
-                        ++lines;
-                        lastLine = at + i + 1;
-                    }
-                    if (piece[i] != '\0') {
-                        firstZero = size;
-                    } else if (firstZero == size) {
-                        firstZero = at + i;
-                    }
-                }
-                at += wanted;
-                progress.Update(base + at);
-            }
-            base += size;
-            Say(path, "text log", size, std::to_string(lines) + " lines");
-            if (firstZero != size) {
-                Damage(path, "damaged at offset " + std::to_string(firstZero) + ": only zero bytes from there on");
-            } else if (lastLine != size) {
-                Damage(path, "damaged at offset " + std::to_string(lastLine) + ": the last line is cut");
-            }
+            const TextWalk walk =
+                WalkText(*file, path, [&progress, base](std::uint64_t at) { progress.Update(base + at); });
+            base += walk.size;
+            Say(path, "text log", walk.size, std::to_string(walk.lines) + " lines");
+            if (!walk.damage.empty()) Damage(path, walk.damage);
         }
     }
 

@@ -24,7 +24,8 @@ int Dump(const Database& db, const DumpFilter& filter, bool copy, bool json);
 // "2026-05-31", "2026-05-31 10:20" or "2026-05-31T10:20:30"; as the end of a range, what is missing is the latest.
 std::optional<STime> ParseTime(const std::string& text, bool end);
 
-// Cuts each damaged journal after its last whole record, or makes the journal from the copy.
+// Cuts each damaged journal after its last whole record, or makes the journal from the copy; then cuts a damaged copy
+// and text log.
 int Repair(const Database& db, bool fromCopy);
 
 // Figures about the records of the journals and of the copy, and about the files.

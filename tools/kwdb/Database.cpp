@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-Database::Database(const std::string& directory, const std::string& name) : files_(*KwDBFiles::GetDisk()) {
+Database::Database(const std::string& directory, const std::string& name, KwDBFiles& files) : files_(files) {
     if (name.empty() || name.find_first_of("\\/") != std::string::npos) {
         throw ToolError("\"" + name + "\" is no name of a database");
     }
@@ -57,7 +57,7 @@ Behind LookBehind(KwDBFile& file, std::uint64_t offset) {
     // A header that begins near the end of a piece is looked at in the next one.
     constexpr std::size_t kOverlap = KwDBRTRecord::kHeaderSize - 1;
     const std::uint64_t size = file.GetSize();
-    std::vector<unsigned char> piece(kPiece);
+    std::vector<unsigned char> piece(static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, size - offset)));
     Behind behind;
     for (std::uint64_t at = offset; at < size;) {
         const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, size - at));
@@ -120,6 +120,38 @@ Walk WalkRecords(KwDBFile& file, const std::string& path, const std::function<vo
     if (reader.GetState() != KwDBRTRecord::State::kWhole) {
         walk.damage = KwDBRTRecord::Describe(reader.GetState());
         walk.behind = LookBehind(file, walk.whole);
+    }
+    return walk;
+}
+
+TextWalk WalkText(KwDBFile& file, const std::string& path, const std::function<void(std::uint64_t)>& progress) {
+    TextWalk walk;
+    walk.size = file.GetSize();
+    std::vector<char> piece(static_cast<std::size_t>(std::min<std::uint64_t>(walk.size, 1u << 20)));
+    std::uint64_t firstZero = walk.size;  // of the zero bytes at the end
+    for (std::uint64_t at = 0; at < walk.size;) {
+        const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), walk.size - at));
+        if (file.Read(at, piece.data(), wanted) != wanted) {
+            throw ToolError(path + ": the file cannot be read at offset " + std::to_string(at));
+        }
+        for (std::size_t i = 0; i < wanted; ++i) {
+            if (piece[i] == '\n') {
+                ++walk.lines;
+                walk.whole = at + i + 1;
+            }
+            if (piece[i] != '\0') {
+                firstZero = walk.size;
+            } else if (firstZero == walk.size) {
+                firstZero = at + i;
+            }
+        }
+        at += wanted;
+        progress(at);
+    }
+    if (firstZero != walk.size) {
+        walk.damage = "damaged at offset " + std::to_string(firstZero) + ": only zero bytes from there on";
+    } else if (walk.whole != walk.size) {
+        walk.damage = "damaged at offset " + std::to_string(walk.whole) + ": the last line is cut";
     }
     return walk;
 }

@@ -19,8 +19,8 @@ class ToolError : public std::runtime_error {
 
 class Database {
 public:
-    // Throws when no file of that database is in the folder.
-    Database(const std::string& directory, const std::string& name);
+    // Throws when no file of that database is in the folder. `files` stays the caller's.
+    Database(const std::string& directory, const std::string& name, KwDBFiles& files = *KwDBFiles::GetDisk());
 
     KwDBFiles& GetFiles() const { return files_; }
     const KwDBRTNames& GetNames() const { return names_; }
@@ -66,3 +66,13 @@ struct Walk {
 };
 // Calls each(reader) for every whole record. Throws when the file cannot be read.
 Walk WalkRecords(KwDBFile& file, const std::string& path, const std::function<void(KwDBRTReader&)>& each);
+
+// The lines of a text log. The host writes the text of its payloads as it likes: only how the file ends can be wrong.
+struct TextWalk {
+    std::uint64_t size = 0;   // bytes of the file
+    std::uint64_t whole = 0;  // bytes of whole lines
+    std::uint64_t lines = 0;
+    std::string damage;  // "damaged at offset 61: the last line is cut"; empty when there is none
+};
+// Calls progress(bytes) now and then. Throws when the file cannot be read.
+TextWalk WalkText(KwDBFile& file, const std::string& path, const std::function<void(std::uint64_t)>& progress);
