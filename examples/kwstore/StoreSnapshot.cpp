@@ -76,6 +76,14 @@ bool StoreSnapshot::Save(const std::string& path, const std::string& folder) {
            KwLogSystem::PushRes("write snapshot %s error: its folder is not flushed", path.c_str());
 }
 
+const char* StoreSnapshot::Parse(std::string_view bytes, const Each& each) {
+    std::uint32_t count = 0;
+    const char* why = Open(bytes, count);
+    const auto check = [](double, StoreChange&, const StorePlace&) { return true; };
+    if (why == nullptr) why = Read(bytes, count, check);
+    return why != nullptr ? why : Read(bytes, count, each);
+}
+
 bool StoreSnapshot::Load(const std::string& path, const Each& each) {
     KwDBFiles* disk = KwDBFiles::GetDisk();
     if (!disk->Exists(path)) return true;
@@ -87,11 +95,6 @@ bool StoreSnapshot::Load(const std::string& path, const Each& each) {
     if (file->Read(0, bytes.data(), bytes.size()) != bytes.size()) {
         return KwLogSystem::PushRes("read snapshot %s error: it cannot be read", path.c_str());
     }
-    std::string_view objects = bytes;
-    std::uint32_t count = 0;
-    const char* why = Open(objects, count);
-    const auto check = [](double, StoreChange&, const StorePlace&) { return true; };
-    if (why == nullptr) why = Read(objects, count, check);
-    if (why == nullptr) why = Read(objects, count, each);
+    const char* why = Parse(bytes, each);
     return why == nullptr || KwLogSystem::PushRes("read snapshot %s error: %s", path.c_str(), why);
 }

@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "StoreObject.h"
 
@@ -26,6 +27,8 @@ public:
     // Reads a file that may hold anything; nothing to read, and true, when there is none. The whole file is
     // checked before the first object is taken. False, with one line, when it cannot be read or is damaged.
     static bool Load(const std::string& path, const Each& each);
+    // The same for the bytes of a file: gives what is wrong with them, null when nothing is.
+    static const char* Parse(std::string_view bytes, const Each& each);
 
 private:
     std::string bytes_;
