@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "Kw/KwModuleEngine.h"
+#include "Kw/Platform/KwPlatformLock.h"
 
 namespace {
 
@@ -102,9 +103,8 @@ void KwInf::Attack() {
     Kw_InfAttack(this, true);
 }
 
-KwInfLock::KwInfLock() {
-    Kw_LockWork(1, lock_);
-}
+// There may be millions of them, each locked for a moment.
+KwInfLock::KwInfLock() : lock_(KwPlatform::LockCreate(KwPlatform::LockPlace::kAmongOthers)) {}
 
 KwInfLock::KwInfLock(const KwInfLock& other) : KwInf(other), lock_(Kw_LockShare(other.lock_)) {}
 

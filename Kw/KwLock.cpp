@@ -4,7 +4,7 @@
 
 void Kw_LockWork(int op, void*& handle) {
     switch (op) {
-        case 1: handle = KwPlatform::LockCreate(); break;
+        case 1: handle = KwPlatform::LockCreate(KwPlatform::LockPlace::kOwnLine); break;
         case 2:
             if (handle != nullptr) KwPlatform::LockRelease(static_cast<KwPlatform::Lock*>(handle));
             handle = nullptr;

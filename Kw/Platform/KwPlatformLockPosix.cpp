@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <new>
@@ -47,7 +48,7 @@ void CpuRelax() {
 
 }  // namespace
 
-struct alignas(64) Lock {
+struct Lock {
     std::atomic<std::uint32_t> word{kFree};
     std::uint32_t depth = 0;  // entries of the holder beyond the first
     std::atomic<const void*> owner{nullptr};
@@ -74,9 +75,10 @@ namespace {
 
 }  // namespace
 
-Lock* LockCreate() {
-    // A line of its own: a lock that shares one is slowed down by its neighbour.
-    void* memory = std::aligned_alloc(alignof(Lock), sizeof(Lock));
+Lock* LockCreate(LockPlace place) {
+    constexpr std::size_t kLine = 64;
+    static_assert(sizeof(Lock) <= kLine);
+    void* memory = place == LockPlace::kOwnLine ? std::aligned_alloc(kLine, kLine) : std::malloc(sizeof(Lock));
     return memory == nullptr ? nullptr : new (memory) Lock;
 }
 

@@ -21,7 +21,7 @@ struct Lock {
     std::atomic<std::uint32_t> sharers{1};
 };
 
-Lock* LockCreate() {
+Lock* LockCreate(LockPlace) {
     void* memory = std::malloc(sizeof(Lock));
     if (memory == nullptr) return nullptr;
     Lock* lock = new (memory) Lock;
