@@ -5,6 +5,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "Kw/DB/KwDBRTNameMap.h"
 #include "Kw/DB/KwDBRTRecord.h"
 #include "Kw/DB/KwDBRTWriter.h"
 #include "Kw/Helper/KwLogSystem.h"
@@ -125,7 +126,7 @@ CKwDBRTObject* CKwDBRT::AddObject(const std::string& name, double id) {
     if (id != 0 && ids_.Find(id) != nullptr) return nullptr;
     const bool isKey = NameIsKey();
     const std::string_view key = isKey ? MakeKey(name) : std::string_view(name);
-    if (names_ != nullptr && names_->find(key) != names_->end()) return nullptr;
+    if (names_ != nullptr && names_->Find(key) != nullptr) return nullptr;
     // Hooks may ask for other names meanwhile.
     const std::string own(isKey ? key : std::string_view());
     CKwDBRTObject* object = NewObject();
@@ -133,24 +134,25 @@ CKwDBRTObject* CKwDBRT::AddObject(const std::string& name, double id) {
     object->name_ = name;
     object->id_ = id != 0 ? id : lastId_ + 1;
     object->db_.store(this, std::memory_order_release);
-    if (ids_.Find(object->id_) != nullptr || !CanAddObject(object) || !ids_.Add(object->id_, object)) {
+    bool added = ids_.Find(object->id_) == nullptr && CanAddObject(object) && ids_.Add(object->id_, object);
+    if (added && isKey) {
+        if (names_ == nullptr) names_ = new KwDBRTNameMap;
+        added = names_ != nullptr && names_->Add(own, object);
+        if (!added) ids_.Remove(object->id_);
+    }
+    if (!added) {
         object->db_.store(nullptr, std::memory_order_release);
         object->Release();
         return nullptr;
     }
     lastId_ = std::max(lastId_, object->id_);
-    if (isKey) {
-        if (names_ == nullptr) names_ = new NameMap;
-        names_->emplace(own, object);
-    }
     object->OnAddObject();
     return object;
 }
 
 CKwDBRTObject* CKwDBRT::Find(const std::string& name) {
     if (names_ == nullptr) return nullptr;
-    const auto found = names_->find(MakeKey(name));
-    return found == names_->end() ? nullptr : found->second;
+    return names_->Find(MakeKey(name));
 }
 
 CKwDBRTObject* CKwDBRT::FindObject(double id) {
@@ -190,10 +192,7 @@ bool CKwDBRT::RemoveObject(const std::string& name) {
 bool CKwDBRT::Remove(CKwDBRTObject* object) {
     if (object == nullptr || !CanRemoveObject(object)) return false;
     ids_.Remove(object->id_);
-    if (names_ != nullptr && NameIsKey()) {
-        const auto found = names_->find(MakeKey(object->name_));
-        if (found != names_->end() && found->second == object) names_->erase(found);
-    }
+    if (names_ != nullptr && NameIsKey()) names_->Remove(MakeKey(object->name_), object);
     object->OnRemoveObject();
     if (object->GetRef() > 1) {
         const std::lock_guard<KwStaticLock> removed(g_removedLock);

@@ -18,7 +18,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "Kw/DB/KwDBRTIdMap.h"
@@ -28,6 +27,7 @@
 
 class KwDBFile;
 class KwDBFiles;
+class KwDBRTNameMap;
 class KwDBRTReader;
 class KwDBRTWriter;
 class KwFile;
@@ -152,12 +152,6 @@ protected:
     ~CKwDBRT();
 
 private:
-    struct NameHash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
-    };
-    using NameMap = std::unordered_map<std::string, CKwDBRTObject*, NameHash, std::equal_to<>>;
-
     // The record buffers and, as its used list, the record queue. Part of the database, which no count of
     // buffers may end.
     class Pool : public KwBufferList {
@@ -191,8 +185,8 @@ private:
     KwLock objectLock_;         // of the data file places
     KwLock mapLock_;
     KwDBRTIdMap ids_;
-    NameMap* names_ = nullptr;  // made when first needed
-    std::string lowerBuffer_;   // a name in lower case, under the map lock
+    KwDBRTNameMap* names_ = nullptr;  // made when first needed
+    std::string lowerBuffer_;         // a name in lower case, under the map lock
     int maxRecord_ = 0;
     Pool pool_;
     std::vector<KwDBRTAction> logins_;
