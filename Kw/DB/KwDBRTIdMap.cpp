@@ -1,11 +1,16 @@
 #include "Kw/DB/KwDBRTIdMap.h"
 
+#include <algorithm>
 #include <new>
+
+#include "Kw/Platform/KwPlatformMemory.h"
 
 bool KwDBRTIdMap::Grow() {
     const std::size_t size = slots_ == nullptr ? 16 : (mask_ + 1) * 2;
-    std::unique_ptr<Slot[]> larger(new (std::nothrow) Slot[size]());
+    std::unique_ptr<Slot[]> larger(new (std::nothrow) Slot[size]);
     if (larger == nullptr) return false;
+    KwPlatform::MemoryPreferLargePages(larger.get(), size * sizeof(Slot));
+    std::fill_n(larger.get(), size, Slot{});
     const std::size_t old = slots_ == nullptr ? 0 : mask_ + 1;
     larger.swap(slots_);
     mask_ = size - 1;

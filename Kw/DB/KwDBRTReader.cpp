@@ -5,6 +5,7 @@
 #include <new>
 
 #include "Kw/Helper/KwHash.h"
+#include "Kw/Helper/KwHashMask.h"
 
 namespace {
 constexpr std::size_t kPiece = 256 * 1024;  // stays in the processor's cache
@@ -37,6 +38,7 @@ bool KwDBRTReader::Fill(std::uint64_t need) {
         std::memmove(own_.get(), bytes_ + at_, kept);
     }
     bytes_ = own_.get();
+    ahead_ = std::max(ahead_, at_) - at_;
     at_ = 0;
     const std::uint64_t left = end_ - offset_ - kept;
     const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(room_ - kept, left));
@@ -67,6 +69,26 @@ bool KwDBRTReader::Next() {
     return true;
 }
 
+bool KwDBRTReader::LookAhead(double& id) {
+    KwDBRTRecord record;
+    for (ahead_ = std::max(ahead_, at_); ahead_ < filled_;) {
+        const State state = KwDBRTRecord::Parse(bytes_ + ahead_, filled_ - ahead_, record);
+        // A record of which the end is missing may still become whole.
+        if (state != State::kWhole || record.GetTotal() > filled_ - ahead_) return false;
+        ahead_ += static_cast<std::size_t>(record.GetTotal());
+        if (record.IsEvent()) continue;
+        id = record.id;
+        return true;
+    }
+    return false;
+}
+
 void KwDBRTReader::UnscramblePayload() {
-    if (!record_.IsEvent()) KwHash::RoundData(GetPayload(), record_.length, record_.length);
+    if (record_.IsEvent()) return;
+    if (mask_ == nullptr) mask_.reset(new (std::nothrow) KwHashMask);
+    if (mask_ != nullptr) {
+        mask_->Round(GetPayload(), record_.length);
+    } else {
+        KwHash::RoundData(GetPayload(), record_.length, record_.length);
+    }
 }

@@ -13,6 +13,8 @@
 #include "Kw/DB/KwDBFiles.h"
 #include "Kw/DB/KwDBRTRecord.h"
 
+class KwHashMask;
+
 class KW_API KwDBRTReader {
 public:
     KW_TRACKED_NEW
@@ -27,6 +29,11 @@ public:
 
     // Goes to the next record. False at the end and in front of damage.
     bool Next();
+
+    // Looks at the headers of the records behind the current one, each once: gives the id of the next data record
+    // that was not looked at yet. False when that is not in memory yet, or damaged. Whether its payload is whole,
+    // Next finds out.
+    bool LookAhead(double& id);
 
     // The record that Next went to, and the place of its first byte.
     const KwDBRTRecord& GetRecord() const { return record_; }
@@ -49,10 +56,12 @@ private:
 
     KwDBFile* file_ = nullptr;
     std::unique_ptr<unsigned char[]> own_;  // the piece of a file
+    std::unique_ptr<KwHashMask> mask_;      // made when first needed
     std::size_t room_ = 0;
     unsigned char* bytes_ = nullptr;
     std::size_t filled_ = 0;  // bytes in `bytes_`
     std::size_t at_ = 0;      // behind the current record
+    std::size_t ahead_ = 0;   // behind the last record looked at
     std::size_t total_ = 0;   // bytes of the current record
     std::uint64_t offset_ = 0;
     std::uint64_t end_ = 0;  // of the file

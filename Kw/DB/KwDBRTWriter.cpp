@@ -4,7 +4,6 @@
 
 #include "Kw/DB/KwDBRTAccess.h"
 #include "Kw/DB/KwDBRTRecord.h"
-#include "Kw/Helper/KwHash.h"
 #include "Kw/Helper/KwLogSystem.h"
 
 namespace {
@@ -158,7 +157,7 @@ void KwDBRTWriter::Gather(KwBufferNode* node) {
     }
     bytes_.append(reinterpret_cast<const char*>(data), used);
     if (record.length != 0) {
-        KwHash::RoundData(bytes_.data() + start + KwDBRTRecord::kHeaderSize, record.length, record.length);
+        mask_.Round(bytes_.data() + start + KwDBRTRecord::kHeaderSize, record.length);
     }
     queued_.push_back({node, bytes_.size(), lines_.size(), false});
 }

@@ -13,6 +13,7 @@
 #include "Kw/DB/KwDBFiles.h"
 #include "Kw/DB/KwDBRTData.h"
 #include "Kw/DB/KwDBRTNames.h"
+#include "Kw/Helper/KwHashMask.h"
 #include "Kw/KwBufferList.h"
 
 class CKwDBRT;
@@ -115,6 +116,7 @@ private:
     std::string bytes_;  // gathered journal records
     std::string lines_;  // gathered lines of the text log
     std::vector<Queued> queued_;
+    KwHashMask mask_;
     std::uint64_t standing_ = 0;  // records that stand in the journal since Begin
     std::uint64_t uncommitted_ = 0;
     bool madeFile_ = false;  // a name in the directory is new

@@ -78,6 +78,29 @@ TEST_F(KwDBRTTest, TheIdTableFindsWhatIsThere) {
     EXPECT_EQ(db.GetObjectCount(), expected.size());
 }
 
+// Likewise with names of every length, some of which differ in a case or in one place only.
+TEST_F(KwDBRTTest, TheNameTableFindsWhatIsThere) {
+    TextDB db;
+    db.keyNames = db.lowNames = true;
+    std::map<std::string, CKwDBRTObject*> expected;
+    std::uint64_t random = 2;
+    for (int i = 0; i < 60000; ++i) {
+        random = random * 6364136223846793005u + 1442695040888963407u;
+        const std::size_t length = (random >> 30) % 1000 == 0 ? CKwDBRT::kMaxName : (random >> 33) % 40;
+        std::string name(length, 'n');
+        if (length != 0) name[(random >> 40) % length] = static_cast<char>('A' + (random >> 50) % 26);
+        std::string key = name;
+        for (char& ch : key) ch = static_cast<char>(ch | 0x20);
+        if ((random >> 20) % 3 == 0) {
+            ASSERT_EQ(db.RemoveObject(name), expected.erase(key) == 1);
+        } else if (CKwDBRTObject* object = db.AddObject(name, 0)) {
+            ASSERT_TRUE(expected.emplace(key, object).second);
+        }
+        ASSERT_EQ(db.FindObject(key), expected.count(key) != 0 ? expected[key] : nullptr);
+    }
+    for (const auto& [key, object] : expected) ASSERT_EQ(db.FindObject(key), object);
+}
+
 TEST_F(KwDBRTTest, ARemovedObjectLivesWithItsKeeperAndWritesItsRecord) {
     TextDB db;
     ASSERT_TRUE(Open(db));
@@ -95,6 +118,34 @@ TEST_F(KwDBRTTest, ARemovedObjectLivesWithItsKeeperAndWritesItsRecord) {
     EXPECT_EQ(kept->BeginUpdate(), nullptr);
     EXPECT_EQ(kept->Release(), 0);
     EXPECT_EQ(Kinds(Get("t.info")), "ld");
+}
+
+// Long and short payloads, now alike and now different, over several of the pieces in which a journal is read.
+TEST_F(KwDBRTTest, PayloadsOfAnyLengthAreWrittenAndReplayedAsRoundDataHasThem) {
+    std::vector<std::string> texts;
+    std::string journal;
+    std::uint64_t random = 3;
+    for (int i = 0; i < 3000; ++i) {
+        random = random * 6364136223846793005u + 1442695040888963407u;
+        const std::size_t length = i % 3 == 0 ? 1 + (random >> 40) % 1500 : texts.back().size();
+        texts.emplace_back(length, static_cast<char>('a' + i % 26));
+        journal += Data(static_cast<double>(1 + (random >> 50) % 300), texts.back());
+    }
+    Put("t.info", journal);
+    TextDB db;
+    ASSERT_TRUE(Open(db));
+    EXPECT_EQ(db.commitCount, 3000);
+    EXPECT_TRUE(db.replayed == texts);
+    for (const std::string& text : texts) db.Set(1, text);
+    db.RunTask(1);
+    std::string written = Get("t.info");
+    KwDBRTReader reader(written.data(), written.size());
+    for (std::size_t i = 0; reader.Next();) {
+        if (reader.GetRecord().IsEvent()) continue;
+        KwHash::RoundData(texts[i].data(), reader.GetRecord().length, reader.GetRecord().length);
+        ASSERT_EQ(std::string(reinterpret_cast<char*>(reader.GetPayload()), reader.GetRecord().length), texts[i]) << i;
+        ++i;
+    }
 }
 
 TEST_F(KwDBRTTest, TheFilesHaveTheirBytes) {
