@@ -59,7 +59,7 @@ bool StoreApp::OpenStore(KwDS* config) {
     if (!absolute) folder.insert(0, KwRes::GetProcessPath());
     if (db_.Start(folder, settings == nullptr || settings->GetBool("durable", true))) return true;
     KwDBRTNames names;
-    names.Init(folder, StoreDB::GetFileName());
+    names.Init(db_.GetFolder(), StoreDB::GetFileName());
     const bool writable = KwDBFiles::GetDisk()->Open(names.GetLock(), true) != nullptr;
     std::fprintf(stderr, "kwstore: the store in %s cannot be opened: %s\n", folder.c_str(),
                  writable ? "the log says why" : "no right to write there");

@@ -12,16 +12,47 @@ constexpr const char* kTakesNone = "the database takes no changes; see the log";
 }  // namespace
 
 bool StoreDB::Start(const std::string& folder, bool durable) {
-    folder_ = folder;
+    char full[KwRes::kPathSize];
+    folder_ = KwRes::GetFullPath(full, folder.c_str(), -1) ? full : folder;
     durable_ = durable;
-    snapshotRead_ = false;
-    loaded_ = replayed_ = 0;
-    droppedAtSave_ = 0;
-    queued_ = 1;  // the login record
     SetDurable(durable);
-    if (Open(kMaxRecord, folder, GetFileName())) return true;
+    loaded_ = replayed_ = 0;
+    if (OpenFolder() && BeginDataAnew()) return true;
     Close();
     return false;
+}
+
+bool StoreDB::OpenFolder() {
+    snapshotRead_ = false;
+    droppedAtSave_ = 0;
+    queued_ = 1;  // the login record
+    return Open(kMaxRecord, folder_, GetFileName());
+}
+
+// Where entries have gone on to the second data file, the database would hand out its places again: at the start it
+// asks the first one only. The snapshot has all that they hold, so the data files go, once nothing names them.
+bool StoreDB::BeginDataAnew() {
+    KwDBFiles& disk = *KwDBFiles::GetDisk();
+    KwDBRTNames names;
+    names.Init(folder_, GetFileName());
+    std::vector<unsigned int> numbers = names.ListEarlier(disk, "dat");
+    if (numbers.empty()) return true;
+    WalkObjects([](CKwDBRTObject* object) { static_cast<StoreObject*>(object)->place = {}; });
+    if (!SaveSnapshot()) return false;
+    const unsigned int loaded = loaded_;
+    Close();
+    if (void* lock = disk.Lock(names.GetLock())) {
+        // While a later one is there, the next start goes on with this.
+        numbers.insert(numbers.begin(), 0);
+        for (const unsigned int number : numbers) {
+            const std::string path = names.GetFile("dat", static_cast<int>(number));
+            if (disk.Exists(path) && !disk.Remove(path)) KwLogSystem::Push("remove file %s error", path.c_str());
+        }
+        disk.Unlock(lock);
+    }
+    if (!OpenFolder()) return false;
+    loaded_ = loaded;
+    return true;
 }
 
 // Reading -------------------------------------------------------------------------------------------------------

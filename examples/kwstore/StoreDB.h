@@ -20,7 +20,7 @@ public:
 
     // Opens the store in `folder`, which is made if it is missing. False, with one line, when it cannot.
     bool Start(const std::string& folder, bool durable);
-    const std::string& GetFolder() const { return folder_; }
+    const std::string& GetFolder() const { return folder_; }  // a full path
     static const char* GetFileName() { return "kwstore"; }
     bool IsDurable() const { return durable_; }
 
@@ -53,6 +53,8 @@ protected:
     void OnDecryptLog(double id, unsigned char* payload, int length, KwFile& textLog) override;
 
 private:
+    bool OpenFolder();
+    bool BeginDataAnew();
     bool LoadSnapshot();
     bool SaveSnapshot();
     bool Apply(double id, StoreChange& change, const StorePlace& place);
