@@ -68,7 +68,7 @@ bool CKwDBRT::Open(int maxRecord, const std::string& directory, const std::strin
 }
 
 // Where the places of this run begin. Only file 0 is asked, also when earlier runs went on to others: their places are
-// then handed out again, and the writer finds them taken. Hosts that fill gigabytes start a new database instead.
+// then handed out again, and the writer finds them taken.
 bool CKwDBRT::FindFileEnd() {
     const Guard guard(objectLock_);
     fileNumber_ = 0;
@@ -239,9 +239,8 @@ void CKwDBRT::Reserve(unsigned int length, int& fileNumber, unsigned int& offset
     const Guard guard(objectLock_);
     fileNumber = fileNumber_;
     offset = fileEnd_;
-    if (length == 0) return;
-    writer_->GetData().Reserved(fileNumber, offset);
-    const std::uint64_t end = std::uint64_t{fileEnd_} + length + KwDBRTRecord::kEntrySize;
+    if (length != 0) writer_->GetData().Reserved(fileNumber, offset);
+    const std::uint64_t end = std::uint64_t{fileEnd_} + (length != 0 ? length + KwDBRTRecord::kEntrySize : 0);
     if (end > kMaxFileEnd) {
         fileEnd_ = 0;
         ++fileNumber_;

@@ -8,6 +8,9 @@
 // After Open has loaded something, and in Checkpoint, the journal stands aside under a number until OnCommit has
 // returned true. A crash in between makes the next Open replay records that the host has committed already: in
 // order, and to the last one, so a host whose records state values, not differences, needs no more care.
+// Data files grow for ever, and Open asks only the first one where new entries go: a host whose entries have gone on
+// to the second one (kMaxFileEnd) removes them all while the database is closed, once what it committed needs none of
+// them.
 // Thread-safety: after Open every operation from any thread; Open and Close from one, while no other uses the
 // database. Hooks are called by the thread whose call needs them. Three locks (of the maps, of the data file
 // places, of the record buffers) are never held together.
@@ -166,7 +169,7 @@ private:
     void PostLogin();
     void PostCommit();
     void PostEvent(unsigned char type);
-    bool ReadCopy(KwDBFile& file, std::uint64_t base);
+    bool ReadCopy(KwDBFile& file, std::uint64_t base, bool& read);
     void LogActions(const std::vector<KwDBRTAction>& actions, bool withAction);
     std::string_view MakeKey(const std::string& name);
     CKwDBRTObject* Find(const std::string& name);

@@ -25,15 +25,17 @@ void CKwDBRT::LoadLog() {
     bool started = false;
     for (const std::string& path : paths) {
         const std::unique_ptr<KwDBFile> file = writer_->GetFiles().Open(path, false);
-        if (file == nullptr) {
-            logLoaded_ = false;
-            KwLogSystem::Push("open file %s error", path.c_str());
-        } else {
+        bool read = file != nullptr;
+        if (read) {
             if (!started) KwLogSystem::Push("start load log");
             started = true;
-            logLoaded_ = ReadCopy(*file, base);
-            if (!logLoaded_) KwLogSystem::Push("read log error");
+            logLoaded_ = ReadCopy(*file, base, read);
+            if (!logLoaded_ && read) KwLogSystem::Push("read log error");
             base += file->GetSize();
+        }
+        if (!read) {
+            logLoaded_ = false;
+            KwLogSystem::Push("open file %s error", path.c_str());
         }
         if (!logLoaded_) break;
     }
@@ -43,8 +45,8 @@ void CKwDBRT::LoadLog() {
     actions_.clear();
 }
 
-// Lists the records of one file, whose first byte is at `base` of the whole copy.
-bool CKwDBRT::ReadCopy(KwDBFile& file, std::uint64_t base) {
+// Lists the records of one file, whose first byte is at `base` of the whole copy; `read` tells whether it could be.
+bool CKwDBRT::ReadCopy(KwDBFile& file, std::uint64_t base, bool& read) {
     KwDBRTReader reader(file);
     while (reader.Next()) {
         const KwDBRTRecord& record = reader.GetRecord();
@@ -53,7 +55,8 @@ bool CKwDBRT::ReadCopy(KwDBFile& file, std::uint64_t base) {
         actions_.push_back({base + reader.GetRecordOffset(), action, record.time});
         if (record.IsEvent()) (login ? logins_ : commits_).push_back(actions_.back());
     }
-    return reader.GetState() == KwDBRTRecord::State::kWhole && !reader.IsReadError();
+    read = !reader.IsReadError();
+    return read && reader.GetState() == KwDBRTRecord::State::kWhole;
 }
 
 void CKwDBRT::LogActions(const std::vector<KwDBRTAction>& actions, bool withAction) {

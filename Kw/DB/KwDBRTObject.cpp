@@ -52,6 +52,12 @@ KwBuffer* CKwDBRTObject::BeginUpdate(KwBuffer* data, int* fileNumber, unsigned i
     KwBufferNode* node = Access::GetPool(*db).PopFree();
     if (node == nullptr) return nullptr;
     KwDBRTRecord record;
+    if (data != nullptr) {
+        // Also where memory is out for the copy.
+        if (fileNumber != nullptr) *fileNumber = -1;
+        if (offset != nullptr) *offset = 0;
+        if (size != nullptr) *size = 0;
+    }
     record.id = id_;
     record.length = KwDBRTRecord::kHeaderSize;
     KwBuffer* snapshot = nullptr;

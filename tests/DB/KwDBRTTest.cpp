@@ -256,6 +256,15 @@ TEST_F(KwDBRTTest, APlaceThatPassesTheLimitGoesToTheNextFile) {
     EXPECT_EQ(path, Inner("t.dat_3"));
     db.MakeFileData(path, 0, "dat");
     EXPECT_EQ(path, Inner("t.dat"));
+    // A file that is past it takes a last place, without bytes too.
+    db.Close();
+    ASSERT_TRUE(Open(db));
+    KwBuffer none;
+    for (const int expected : {0, 1}) {
+        int file = -1;
+        db.Get(1)->EndUpdate(db.Get(1)->BeginUpdate(&none, &file), false);
+        EXPECT_EQ(file, expected);
+    }
 }
 
 TEST_F(KwDBRTTest, PlacesCommittedInAnotherOrderLoseNothing) {
