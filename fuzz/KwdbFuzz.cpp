@@ -32,6 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size < 4) return 0;
     static const char* const kFiles[] = {"d/t.info", "d/t.info.1", "d/t.logdat", "d/t.log", "d/t.dat"};
     std::string_view bytes(reinterpret_cast<const char*>(data) + 4, size - 4);
+    ParseTime(std::string(bytes), data[0] % 2 != 0);
     MemoryDisk disk;
     for (int i = 0; i < 5; ++i) {
         // Its share of 16; the last file has the rest. Without bytes there is mostly no such file.

@@ -1,6 +1,9 @@
-// Whether the standard streams are terminals.
+// The standard streams: whether they are terminals, and the letters of a console.
 #pragma once
 
 enum class Stream { kOutput, kError };
 
 bool IsTerminal(Stream stream);
+
+// Lets a console show the UTF-8 that is printed, until the program ends.
+void UseUtf8();

@@ -5,3 +5,6 @@
 bool IsTerminal(Stream stream) {
     return isatty(stream == Stream::kOutput ? STDOUT_FILENO : STDERR_FILENO) != 0;
 }
+
+// A terminal's letters are its user's choice.
+void UseUtf8() {}

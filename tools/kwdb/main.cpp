@@ -5,6 +5,7 @@
 #include <exception>
 
 #include "Kw/Res/KwRes.h"
+#include "common/Terminal.h"
 #include "kwdb/Commands.h"
 
 namespace {
@@ -30,6 +31,7 @@ constexpr const char* kMore =
 }  // namespace
 
 int main(int argc, char** argv) {
+    UseUtf8();
     CLI::App app(kAbout, "kwdb");
     app.footer(kMore);
     app.require_subcommand(1);
