@@ -41,6 +41,7 @@
 #include "Kw/KwTime.h"
 #include "Kw/KwUtf.h"
 #include "Kw/KwVersion.h"
+#include "Kw/Res/KwBuildIni.h"
 #include "Kw/Res/KwDataObject.h"
 #include "Kw/Res/KwDataObjectItem.h"
 #include "Kw/Res/KwFile.h"

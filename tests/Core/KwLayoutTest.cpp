@@ -149,6 +149,15 @@ FIELD(KwTablePtr, ViewColumns, columnCount_);
 FIELD(KwTablePtr, ViewRows, rowCount_);
 FIELD(KwTablePtr, ViewCells, cells_);
 
+static_assert(sizeof(KwFileIni) == sizeof(KwList) + sizeof(void*),
+              "what a file keeps beside its list stands behind it");
+FIELD(SIniSec, SectionName, name);
+FIELD(SIniSec, SectionLength, nameLen);
+FIELD(SIniMem, MemberKey, key);
+FIELD(SIniMem, MemberKeyLength, keyLen);
+FIELD(SIniMem, MemberValue, value);
+FIELD(SIniMem, MemberValueLength, valueLen);
+
 FIELD(KwStreamShare, ShareIdle, idle_);
 FIELD(KwStreamShare, ShareCount, count_);
 FIELD(KwStreamShare, ShareLimit, maxIdle_);
@@ -223,6 +232,11 @@ TEST(KwLayoutTest, FieldsOfFilesApplicationsAndDocumentsStandInOrder) {
     EXPECT_TRUE(InOrder(ViewText(), ViewColumns(), ViewRows(), ViewCells()));
     EXPECT_TRUE(Offset(ViewText()) == 0 && Offset(ViewColumns()) == sizeof(KwBuffer) && sizeof(KwTableCell) == 8);
     EXPECT_TRUE(InOrder(ShareIdle(), ShareCount(), ShareLimit()));
+    EXPECT_TRUE(Offset(SectionName()) == sizeof(KwList) + sizeof(KwNode));
+    EXPECT_TRUE(Offset(SectionLength()) == Offset(SectionName()) + sizeof(void*));
+    EXPECT_TRUE(Offset(MemberKey()) == sizeof(KwNode));
+    EXPECT_TRUE(InOrder(MemberKey(), MemberKeyLength(), MemberValue(), MemberValueLength()));
+    EXPECT_TRUE(!k32 || (Offset(SectionName()) == 48 && Offset(MemberKey()) == 16 && Offset(MemberValue()) == 24));
 }
 
 TEST(KwLayoutTest, FieldsOfTheRuntimeDatabaseStandInOrder) {
