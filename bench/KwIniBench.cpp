@@ -17,6 +17,7 @@
 #include <ini.h>
 #endif
 #if defined(KW_PEER_SIMPLEINI)
+#define SI_CONVERT_ICU  // the default converter is not packaged
 #include <SimpleIni.h>
 #endif
 
