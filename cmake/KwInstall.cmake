@@ -10,16 +10,19 @@ set(kw_internal
   KwCalendar
   KwDBRTAccess
   KwDBRTData
+  KwDBRTNameMap
   KwDBRTWriter
   KwDataBlocks
   KwDataFile
   KwDataParser
   KwDataWalk
+  KwEventTimeUnit
   KwFileWriter
   KwFormatNumber
   KwFormatSink
   KwFormatSpec
   KwGuardedCall
+  KwHashMask
   KwListenEvent
   KwLogData
   KwLogLine

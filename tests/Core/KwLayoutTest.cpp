@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "Kw/App/KwEventTimeUnit.h"
 #include "Kw/Kw.h"
 #include "Kw/KwListenEvent.h"
 #include "Kw/KwMemoryBlock.h"
@@ -131,6 +132,26 @@ static_assert(offsetof(KwCommand::SCommand, description) < offsetof(KwCommand::S
 FIELD(KwCmd, CmdValues, values_);
 FIELD(KwCmd, CmdCount, positional_);
 
+FIELD(SEventTime, EventTarget, target);
+FIELD(SEventTime, EventInterval, interval);
+FIELD(SEventTime, EventCounter, counter);
+FIELD(SEventTime, EventParam, param);
+FIELD(KwEventTime, TimeCurrent, current_);
+FIELD(KwEventTime, TimePrevious, previous_);
+FIELD(KwEventTime, TimeSecond, nextSecondTick_);
+FIELD(KwEventTime, TimeMinute, nextMinuteTick_);
+FIELD(KwEventTime, TimeName, logName_);
+FIELD(KwEventTime, TimeLog, log_);
+
+FIELD(KwTaskNode, TaskOwner, owner_);
+FIELD(KwTaskNode, TaskState, state_);
+FIELD(KwTask, TaskQueue, queue_);
+FIELD(KwTask, TaskQueueLock, queueLock_);
+FIELD(KwTask, TaskThreadLock, threadLock_);
+FIELD(KwTask, TaskThreads, threads_);
+FIELD(KwTask, TaskCount, taskCount_);
+FIELD(KwServiceManager, ManagerThreads, threads_);
+
 FIELD(KwDSItem, ItemType, type_);
 FIELD(KwDSItem, ItemOwner, owner_);
 FIELD(KwDSItem, ItemValue, value_);
@@ -249,6 +270,20 @@ TEST(KwLayoutTest, FieldsOfTheRuntimeDatabaseStandInOrder) {
     EXPECT_TRUE(!k32 || Offset(DbObjectName()) == 12);
 }
 
+TEST(KwLayoutTest, FieldsOfTimedEventsAndTasksStandInOrder) {
+    EXPECT_TRUE(Offset(EventTarget()) == sizeof(KwNode));
+    EXPECT_TRUE(InOrder(EventTarget(), EventInterval(), EventCounter(), EventParam()));
+    EXPECT_TRUE(Offset(TimeCurrent()) == 6 * sizeof(KwList)) << "not virtual, the lists first";
+    EXPECT_TRUE(Offset(TimePrevious()) == Offset(TimeCurrent()) + 8);
+    EXPECT_TRUE(Offset(TimeSecond()) == Offset(TimeCurrent()) + 16);
+    EXPECT_TRUE(Offset(TimeMinute()) == Offset(TimeCurrent()) + 20);
+    EXPECT_TRUE(Offset(TimeName()) == Offset(TimeCurrent()) + 24 && Offset(TimeLog()) > Offset(TimeName()));
+    EXPECT_TRUE(Offset(TaskOwner()) == sizeof(void*) && Offset(TaskState()) == 2 * sizeof(void*));
+    EXPECT_TRUE(Offset(TaskQueue()) == sizeof(KwInfLock));
+    EXPECT_TRUE(InOrder(TaskQueue(), TaskQueueLock(), TaskThreadLock(), TaskThreads(), TaskCount()));
+    EXPECT_TRUE(Offset(ManagerThreads()) == sizeof(void*));
+}
+
 // The first bytes of a live block are what the structure says, guard included.
 TEST(KwLayoutTest, ABlockCarriesItsHeaderRightBeforeTheData) {
     const char* file = "KwLayoutTest";
@@ -365,7 +400,33 @@ public:
     }
 };
 
+class TaskSlots : public KwTask {
+public:
+    void OnAddTask(KwTaskNode*, int) override {}
+    void OnRemoveTask(KwTaskNode*, int) override {}
+    static std::vector<int> All() {
+        return {Slot(&TaskSlots::Post),        Slot(&TaskSlots::Run),          Slot(&TaskSlots::Close),
+                Slot(&TaskSlots::NewThread),   Slot(&TaskSlots::RemoveThread), Slot(&TaskSlots::OnAddTask),
+                Slot(&TaskSlots::OnRemoveTask)};
+    }
+};
+
+class TaskNodeSlots : public KwTaskNode {
+public:
+    static std::vector<int> All() {
+        return {Slot(&TaskNodeSlots::OnRunTask), Slot(&TaskNodeSlots::OnDestroyTask), Slot(&TaskNodeSlots::OnAddTask)};
+    }
+};
+
+class ManagerSlots : public KwServiceManager {
+public:
+    static int Work() { return Entry(&ManagerSlots::OnServiceWork); }
+};
+
 TEST(KwLayoutTest, HostHooksStandInOrder) {
+    EXPECT_EQ(TaskSlots::All(), (std::vector<int>{5, 6, 7, 8, 9, 10, 11}));
+    EXPECT_EQ(TaskNodeSlots::All(), (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(ManagerSlots::Work(), 0) << "no destructor in front";
     EXPECT_EQ(DatabaseSlots::All(), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
     EXPECT_EQ(DatabaseObjectSlots::All(), (std::vector<int>{1, 2, 3, 4, 5, 6}));
     EXPECT_EQ(AppSlots::All(), (std::vector<int>{5, 6, 7, 8, 9}));
