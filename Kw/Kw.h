@@ -19,6 +19,8 @@
 #include "Kw/Helper/KwConvertString.h"
 #include "Kw/Helper/KwFilterText.h"
 #include "Kw/Helper/KwHash.h"
+#include "Kw/Helper/KwLoadLib.h"
+#include "Kw/Helper/KwLoadLibManager.h"
 #include "Kw/Helper/KwLog.h"
 #include "Kw/Helper/KwLogQuickMulti.h"
 #include "Kw/Helper/KwLogService.h"

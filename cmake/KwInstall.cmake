@@ -16,6 +16,8 @@ set(kw_internal
   KwDataFile
   KwDataParser
   KwDataWalk
+  KwElfFormat
+  KwElfImage
   KwEventTimeUnit
   KwFileWriter
   KwFormatNumber
@@ -37,6 +39,7 @@ set(kw_internal
   KwPackLock
   KwPackRequests
   KwPackScratch
+  KwPeImage
   KwResTable
   KwStaticLock
   KwStrText

@@ -109,6 +109,10 @@ FIELD(KwLog, LogInterval, checkInterval_);
 FIELD(KwLog, LogLock, lock_);
 FIELD(KwLog, LogOnWrite, checkOnWrite_);
 
+FIELD(KwLoadLib, LibModule, module_);
+FIELD(KwLoadLib, LibMemory, fromMemory_);
+FIELD(KwLoadLibManager, ManagerLibraries, libraries_);
+
 FIELD(KwAppClass, AppCommand, command_);
 FIELD(KwAppClass, AppRunning, running_);
 FIELD(KwAppClass, AppThreads, threads_);
@@ -235,6 +239,8 @@ TEST(KwLayoutTest, FieldsOfFilesApplicationsAndDocumentsStandInOrder) {
     EXPECT_TRUE(Offset(LogFile()) == sizeof(void*));
     EXPECT_TRUE(InOrder(LogFile(), LogDirectory(), LogName(), LogPerCheck(), LogLines(), LogNext(), LogInterval(),
                         LogLock(), LogOnWrite()));
+    EXPECT_TRUE(Offset(LibModule()) == sizeof(void*) && Offset(LibMemory()) == 2 * sizeof(void*));
+    EXPECT_TRUE(Offset(ManagerLibraries()) == sizeof(void*));
     EXPECT_TRUE(Offset(AppCommand()) == sizeof(KwInfLock));
     EXPECT_TRUE(InOrder(AppCommand(), AppRunning(), AppThreads(), AppThread(), AppTick(), AppName()));
     EXPECT_TRUE(!k32 || (Offset(AppCommand()) == 12 && Offset(AppRunning()) == 16));
@@ -431,6 +437,15 @@ TEST(KwLayoutTest, HostHooksStandInOrder) {
     EXPECT_EQ(DatabaseObjectSlots::All(), (std::vector<int>{1, 2, 3, 4, 5, 6}));
     EXPECT_EQ(AppSlots::All(), (std::vector<int>{5, 6, 7, 8, 9}));
     EXPECT_EQ(LogSlots::All(), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+
+    // Their destructors stand behind the others.
+    EXPECT_EQ(Entry(&KwLoadLib::Load), 0);
+    EXPECT_EQ(Entry(&KwLoadLib::LoadFromMemory), 1);
+    EXPECT_EQ(Entry(&KwLoadLibManager::Load), 0);
+    EXPECT_EQ(Entry(&KwLoadLibManager::LoadFromMemory), 1);
+    EXPECT_EQ(Entry(&KwLoadLibManager::CloseLib), 2);
+    EXPECT_EQ(Entry(&KwLoadLibManager::GetFunction), 3);
+    EXPECT_EQ(Entry(&KwLoadLibManager::CreateEntryPoint), 4);
 
     EXPECT_EQ(Slot(&CBKwEventInit::OnEventInit), 1);
     EXPECT_EQ(Slot(&CBKwEventInit::OnEventStart), 2);
