@@ -54,6 +54,8 @@ set(kw_internal KwLogData KwLogLine KwCalendar KwFormatNumber KwFormatSink KwFor
   KwMemoryState KwModuleChain KwStaticLock KwStrText KwUtfCode KwUtfKernel KwDataBlocks KwDataFile KwDataParser
   KwDataWalk KwDBRTAccess KwDBRTData KwDBRTNameMap KwDBRTWriter KwFileWriter KwHashMask KwIniIndex KwIniPreserve
   KwIniScan KwIniStore KwResTable KwTableScan KwTableScanKernel KwTableScanSets)
+  KwDataWalk KwDBRTAccess KwDBRTData KwDBRTWriter KwFileWriter KwNrv2b KwPackCache KwPackIndex KwPackLayout
+  KwPackLock KwPackRequests KwPackScratch KwPackSpans KwPackTable KwResTable KwTableScan KwTableScanKernel KwTableScanSets)
 list(TRANSFORM kw_internal APPEND "\\.h")
 list(JOIN kw_internal "|" kw_internal)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/Kw DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}

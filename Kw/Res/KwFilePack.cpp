@@ -3,15 +3,15 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <new>
-#include <vector>
 
 #include "Kw/KwBuffer.h"
 #include "Kw/Platform/KwPlatformFile.h"
 #include "Kw/Res/KwNrv2b.h"
+#include "Kw/Res/KwPackIndex.h"
 #include "Kw/Res/KwPackLayout.h"
 #include "Kw/Res/KwPackScratch.h"
 #include "Kw/Res/KwPackSource.h"
+#include "Kw/Res/KwPackSpans.h"
 #include "Kw/Res/KwRes.h"
 
 namespace {
@@ -33,46 +33,12 @@ bool UnpackEntry(unsigned int method, const void* stored, unsigned int storedSiz
     return true;
 }
 
-// The bodies that lie inside the file, and the header and the directory, as spans in the order of their places.
-class Spans {
-public:
-    Spans(unsigned int directory, int count) {
-        spans_.reserve(static_cast<std::size_t>(count) + 2);
-        Add(0, KwPackLayout::kHeaderSize);
-        directory_ = {directory, directory + static_cast<std::uint64_t>(count) * KwPackLayout::kEntrySize};
-    }
-    void Add(std::uint64_t begin, std::uint64_t size) {
-        if (!spans_.empty() && begin < spans_.back().begin) sorted_ = false;
-        spans_.push_back({begin, begin + size});
-    }
-    // Whether two of them share some bytes. Bodies at the same place and of the same size are one body of two names.
-    bool Overlap() {
-        Add(directory_.begin, directory_.end - directory_.begin);
-        // Bodies mostly stand in the directory's order, and it stands behind them.
-        if (!sorted_) std::sort(spans_.begin(), spans_.end());
-        for (std::size_t i = 1; i < spans_.size(); ++i) {
-            const Span& before = spans_[i - 1];
-            const Span& span = spans_[i];
-            if (span.begin < before.end && !(span.begin == before.begin && span.end == before.end)) return true;
-        }
-        return false;
-    }
-
-private:
-    struct Span {
-        std::uint64_t begin;
-        std::uint64_t end;
-        bool operator<(const Span& other) const { return begin != other.begin ? begin < other.begin : end < other.end; }
-    };
-    std::vector<Span> spans_;
-    Span directory_{};
-    bool sorted_ = true;
-};
-
 }  // namespace
 
 // Windows hosts may take its address: without this line the DLL would not hold it.
 constexpr unsigned int KwFilePack::kUnpackLimit;
+
+KwFilePack::KwFilePack() : index_(std::make_unique<KwPackIndex>()) {}
 
 KwFilePack::~KwFilePack() {
     Close();
@@ -87,6 +53,7 @@ void KwFilePack::Close() {
     size_ = 0;
     items_ = nullptr;
     count_ = capacity_ = 0;
+    index_->Clear();
     unpack_ = nullptr;
     bytes_ = nullptr;
     stream_ = nullptr;
@@ -148,7 +115,7 @@ bool KwFilePack::ReadDirectory() {
     unsigned char* next = reinterpret_cast<unsigned char*>(items_ + header.count) - directorySize;
     if (!ReadAt(header.directory, next, directorySize)) return false;
     const int count = static_cast<int>(header.count);
-    Spans spans(header.directory, count);
+    KwPackSpans spans(header.directory, header.count);
     for (int i = 0; i < count; ++i, next += KwPackLayout::kEntrySize) {
         const KwPackLayout::Entry entry = KwPackLayout::DecodeEntry(next);
         if (i > 0 && entry.hash <= items_[i - 1].hash) return false;
@@ -164,6 +131,7 @@ bool KwFilePack::ReadDirectory() {
         if (inside && item.storedSize > 0) spans.Add(item.offset, item.storedSize);
     }
     count_ = count;
+    index_->Build(header.count, [this](std::size_t at) { return items_[at].hash; });
     return !spans.Overlap();
 }
 
@@ -185,6 +153,7 @@ bool KwFilePack::SetLimitSize(int n) {
 bool KwFilePack::AddFile(unsigned int hash, unsigned int offset, unsigned int unpackedSize, unsigned int storedSize,
                          int method, int word) {
     if (fixed_) return false;
+    index_->Clear();
     int index = SearchIndex(hash);
     if (index < 0) {
         index = -1 - index;
@@ -200,6 +169,13 @@ bool KwFilePack::AddFile(unsigned int hash, unsigned int offset, unsigned int un
 int KwFilePack::SearchIndex(unsigned int hash) const {
     int low = 0;
     int high = count_ - 1;
+    if (index_->IsBuilt()) {
+        unsigned int first = 0;
+        unsigned int behind = 0;
+        index_->Narrow(hash, first, behind);
+        low = static_cast<int>(first);
+        high = static_cast<int>(behind) - 1;
+    }
     while (low <= high) {
         const int middle = (low + high) / 2;
         if (items_[middle].hash == hash) return middle;
@@ -246,17 +222,17 @@ bool KwFilePack::ReadData(const SPackFileItem* item, unsigned int offset, unsign
 }
 
 bool KwFilePack::ReadItem(const SPackFileItem* item, KwBuffer* out) const {
-    if (item == nullptr || item->pack != this || out == nullptr) return false;
+    if (out == nullptr) return false;
+    out->SetUsed(0);
+    if (item == nullptr || item->pack != this) return false;
     const unsigned int size = item->unpackedSize;
     // Before the block is made: a directory may claim any size.
     const bool stored = item->method == KwPackLayout::kMethodStored;
     if (size > unpackLimit_ || !KnownMethod(item->method) || (stored && size != item->storedSize)) return false;
     if (item->offset > size_ || item->storedSize > size_ - item->offset) return false;
-    if (size == 0) {
-        out->SetUsed(0);
-        return ReadData(item, 0, item->storedSize, nullptr, 0, true);
-    }
-    if (!out->Alloc(size)) return false;
+    if (size == 0) return ReadData(item, 0, item->storedSize, nullptr, 0, true);
+    const bool fits = out->GetData() != nullptr && out->GetSize() >= size;
+    if (!fits && !out->Alloc(size)) return false;
     if (!UnpackAt(*item, 0, item->storedSize, out->GetData(), size)) return false;
     out->SetUsed(static_cast<int>(size));
     return true;

@@ -6,6 +6,7 @@
 // as nobody changes, opens or closes the pack.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "Kw/KwMemory.h"
@@ -13,6 +14,7 @@
 
 class KwBuffer;
 class KwFilePack;
+class KwPackIndex;
 
 // One file in a pack.
 struct SPackFileItem {
@@ -31,7 +33,7 @@ public:
 
     static constexpr unsigned int kUnpackLimit = 256u << 20;
 
-    KwFilePack() = default;
+    KwFilePack();
     KwFilePack(const KwFilePack&) = delete;
     KwFilePack& operator=(const KwFilePack&) = delete;
     virtual ~KwFilePack();
@@ -63,8 +65,9 @@ public:
     // False, without a message, when the bytes are not all inside the body and the file, or cannot be unpacked.
     bool ReadData(const SPackFileItem* item, unsigned int offset, unsigned int storedLen, unsigned char* out,
                   unsigned int outLen, bool unpack) const;
-    // Reads and unpacks a whole item of this pack. `out` gets a block of exactly that size, and none if it is 0.
-    // False, without a message, when that fails, and when the item's unpacked size is above the limit.
+    // Reads and unpacks a whole item of this pack. `out` keeps its block if that is large enough, else it gets one of
+    // exactly that size. False, without a message, when that fails, and when the unpacked size is above the limit;
+    // `out` is empty then.
     bool ReadItem(const SPackFileItem* item, KwBuffer* out) const;
     // The largest unpacked size that ReadItem accepts, in bytes; kUnpackLimit at first.
     void SetUnpackLimit(unsigned int bytes) { unpackLimit_ = bytes; }
@@ -98,5 +101,6 @@ private:
     const unsigned char* bytes_ = nullptr;  // the pack, where it is in memory
     std::FILE* stream_ = nullptr;           // else
     unsigned int unpackLimit_ = kUnpackLimit;
-    bool fixed_ = false;  // belongs to a list
+    bool fixed_ = false;                  // belongs to a list
+    std::unique_ptr<KwPackIndex> index_;  // built while the items are as they were read
 };

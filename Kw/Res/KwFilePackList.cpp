@@ -9,6 +9,7 @@
 #include "Kw/KwStr.h"
 #include "Kw/Res/KwDataObject.h"
 #include "Kw/Res/KwPackCache.h"
+#include "Kw/Res/KwPackIndex.h"
 #include "Kw/Res/KwPackRequests.h"
 
 namespace {
@@ -20,6 +21,7 @@ constinit KwFilePackList* g_newest = nullptr;  // of the lists that are the proc
 
 KwFilePackList::KwFilePackList(bool withThread)
     : cache_(new KwPackCache(this, withThread)),
+      mergedIndex_(std::make_unique<KwPackIndex>()),
       withThread_(withThread),
       requests_(std::make_unique<KwPackRequests>()) {}
 
@@ -97,15 +99,16 @@ void KwFilePackList::Close() {
     unserved.swap(requests_->waiting);
     void* service = service_;
     service_ = nullptr;
-    guard.Tell();
+    guard.TellAsked();
     guard.Unlock();
     if (service != nullptr) KwOS::CloseService(service);
     for (const KwPackRequest& request : unserved) OnRequestLoad(request, false);
 
     guard.Lock();
-    while (reading_ > 0) guard.Wait();
+    while (reading_ > 0) guard.WaitForRead();
     DeleteCache();
-    merged_.clear();
+    std::vector<Merged>().swap(merged_);
+    mergedIndex_->Clear();
     isMerged_ = false;
     packs_.clear();
 }
@@ -120,7 +123,6 @@ void KwFilePackList::SetLimitSize(int n) {
 }
 
 void KwFilePackList::PrePackToTrunk() {
-    merged_.clear();
     isMerged_ = packs_.size() > 1;
     if (!isMerged_) return;
     int total = 0;
@@ -135,13 +137,18 @@ void KwFilePackList::PrePackToTrunk() {
     }
     const auto same = [](const Merged& a, const Merged& b) { return a.hash == b.hash; };
     merged_.erase(std::unique(merged_.begin(), merged_.end(), same), merged_.end());
+    mergedIndex_->Build(static_cast<unsigned int>(merged_.size()), [this](std::size_t i) { return merged_[i].hash; });
 }
 
 int KwFilePackList::SearchIndex(unsigned int hash) const {
+    unsigned int low = 0;
+    unsigned int high = 0;
+    mergedIndex_->Narrow(hash, low, high);
     const auto less = [](const Merged& entry, unsigned int value) { return entry.hash < value; };
-    const auto found = std::lower_bound(merged_.begin(), merged_.end(), hash, less);
+    const auto end = merged_.begin() + high;
+    const auto found = std::lower_bound(merged_.begin() + low, end, hash, less);
     const int index = static_cast<int>(found - merged_.begin());
-    return found != merged_.end() && found->hash == hash ? index : -1 - index;
+    return found != end && found->hash == hash ? index : -1 - index;
 }
 
 SPackFileItem* KwFilePackList::FindItem(unsigned int hash) const {
@@ -159,25 +166,26 @@ SPackFileCache* KwFilePackList::OpenFile(unsigned int hash) {
             cache_->Take(*entry);
             return entry;
         }
-        guard.Wait();
+        guard.WaitForRead();
     }
     SPackFileItem* item = FindItem(hash);
     if (item == nullptr) return nullptr;
-    KwPackCache::Entry& entry = cache_->Begin(item);
+    KwPackCache::Entry* entry = cache_->Begin(item);
+    if (entry == nullptr) return nullptr;
     ++reading_;
     // Other threads open other files meanwhile.
     guard.Unlock();
-    const bool ok = item->pack->ReadItem(item, &entry.content);
+    const bool ok = item->pack->ReadItem(item, &entry->content);
     guard.Lock();
     --reading_;
     if (ok) {
-        cache_->Loaded(entry);
+        cache_->Loaded(*entry);
     } else {
-        cache_->Failed(entry);
+        cache_->Failed(*entry);
     }
-    guard.Tell();
+    guard.TellRead();
     guard.Unlock();
-    if (ok) return &entry;
+    if (ok) return entry;
     KwLogSystem::Push("unpack data error");
     return nullptr;
 }
@@ -229,7 +237,7 @@ bool KwFilePackList::ReadFilePack(unsigned int hash, KwBuffer* out) {
     const bool ok = item->pack->ReadItem(item, out);
     guard.Lock();
     --reading_;
-    guard.Tell();
+    guard.TellRead();
     guard.Unlock();
     return ok || KwLogSystem::PushRes("unpack data error");
 }

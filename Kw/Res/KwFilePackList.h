@@ -24,6 +24,7 @@
 
 class KwDS;
 class KwPackCache;
+class KwPackIndex;
 struct KwPackRequest;
 struct KwPackRequests;
 
@@ -139,6 +140,7 @@ private:
     KwPackCache* cache_;  // with the list's lock
     std::vector<std::unique_ptr<KwFilePack>> packs_;
     std::vector<Merged> merged_;  // by hash
+    std::unique_ptr<KwPackIndex> mergedIndex_;
     bool isMerged_ = false;
     void* service_ = nullptr;
     bool withThread_;

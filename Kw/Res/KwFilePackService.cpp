@@ -18,7 +18,7 @@ bool KwFilePackList::Queue(const char* name, const KwPackRequest& request) {
     }
     requests_->waiting.push_back(request);
     requests_->waiting.back().name = name;
-    guard.Tell();
+    guard.TellAsked();
     return true;
 }
 
@@ -66,7 +66,7 @@ void KwFilePackList::OnService(bool& run, void* list) {
         self.Working();
         KwPackGuard guard(self.cache_->GetLock());
         if (self.stopping_) return;
-        if (self.requests_->waiting.empty()) guard.WaitFor(std::max(self.cache_->period, kShortest));
+        if (self.requests_->waiting.empty()) guard.WaitForAsked(std::max(self.cache_->period, kShortest));
     }
 }
 
@@ -90,7 +90,7 @@ void KwFilePackList::SetTimeCheckCache(unsigned int ms) {
     KwPackGuard guard(cache_->GetLock());
     cache_->period = ms;
     CheckCache();
-    guard.Tell();
+    guard.TellAsked();
 }
 
 void KwFilePackList::SetLimitCache(unsigned int bytes) {

@@ -24,8 +24,7 @@ bool KwPackCache::RequestLoad(const char* name, KwPackLoaded callback, void* a, 
 }
 
 KwPackCache::Entry* KwPackCache::Find(unsigned int hash) {
-    const auto found = entries_.find(hash);
-    return found == entries_.end() ? nullptr : &found->second;
+    return entries_.Find(hash);
 }
 
 void KwPackCache::Take(Entry& entry) {
@@ -33,11 +32,13 @@ void KwPackCache::Take(Entry& entry) {
     entry.time = KwPlatform::TickCount();
 }
 
-KwPackCache::Entry& KwPackCache::Begin(SPackFileItem* item) {
-    Entry& entry = entries_.emplace(std::piecewise_construct, std::tuple(item->hash), std::tuple())->second;
-    entry.hash = item->hash;
-    entry.data = &entry.content;
-    entry.item = item;
+KwPackCache::Entry* KwPackCache::Begin(SPackFileItem* item) {
+    Entry* entry = new Entry;
+    if (entry == nullptr) return nullptr;
+    entry->hash = item->hash;
+    entry->data = &entry->content;
+    entry->item = item;
+    entries_.Insert(entry);
     return entry;
 }
 
@@ -50,7 +51,8 @@ void KwPackCache::Loaded(Entry& entry) {
 }
 
 void KwPackCache::Failed(Entry& entry) {
-    entries_.erase(entries_.find(entry.hash));
+    entries_.Remove(entry.hash);
+    delete &entry;
 }
 
 void KwPackCache::Give(SPackFileCache* file) {
@@ -66,13 +68,8 @@ void KwPackCache::Give(SPackFileCache* file) {
         if (!keep || bytes_ > limit) Trim();
         return;
     }
-    const auto [first, last] = detached_.equal_range(entry.hash);
-    for (auto at = first; at != last; ++at) {
-        if (&at->second != &entry) continue;
-        detached_.erase(at);
-        break;
-    }
-    const bool done = list_ == nullptr && detached_.empty();
+    delete &entry;
+    const bool done = --detached_ == 0 && list_ == nullptr;
     guard.Unlock();
     if (done) delete this;
 }
@@ -86,7 +83,8 @@ void KwPackCache::Unlink(Entry& entry) {
 void KwPackCache::Remove(Entry& entry) {
     Unlink(entry);
     bytes_ -= entry.content.GetSize();
-    entries_.erase(entries_.find(entry.hash));
+    entries_.Remove(entry.hash);
+    delete &entry;
 }
 
 void KwPackCache::Trim() {
@@ -96,19 +94,18 @@ void KwPackCache::Trim() {
 
 void KwPackCache::Clear() {
     while (oldest_ != nullptr) Remove(*oldest_);
-    while (!entries_.empty()) {
-        auto node = entries_.extract(entries_.begin());
-        node.mapped().detached = true;
-        node.mapped().item = nullptr;
-        detached_.insert(std::move(node));
-    }
+    entries_.Drain([this](Entry* entry) {
+        entry->detached = true;
+        entry->item = nullptr;
+        ++detached_;
+    });
     bytes_ = 0;
 }
 
 void KwPackCache::Leave() {
     KwPackGuard guard(GetLock());
     list_ = nullptr;
-    const bool done = detached_.empty();
+    const bool done = detached_ == 0;
     guard.Unlock();
     if (done) delete this;
 }

@@ -8,21 +8,23 @@
 
 #include <cstdint>
 #include <memory>
-#include <unordered_map>
 
 #include "Kw/KwBuffer.h"
 #include "Kw/Res/KwFilePackList.h"
 #include "Kw/Res/KwPackLock.h"
 #include "Kw/Res/KwPackSource.h"
+#include "Kw/Res/KwPackTable.h"
 
 class KwPackCache final : public KwPackSource {
 public:
     KW_TRACKED_NEW
 
     struct Entry : SPackFileCache {
-        KwBuffer content;
+        KW_TRACKED_NEW
+
         Entry* older = nullptr;  // in the chain of entries that nobody has open
         Entry* newer = nullptr;
+        KwBuffer content;
         bool loading = true;    // another thread unpacks it
         bool detached = false;  // its list was closed meanwhile
     };
@@ -42,8 +44,8 @@ public:
     Entry* Find(unsigned int hash);
     // Counts a loaded entry once more and stamps it.
     void Take(Entry& entry);
-    // Adds an entry that is loading.
-    Entry& Begin(SPackFileItem* item);
+    // Adds an entry that is loading; null when memory is out.
+    Entry* Begin(SPackFileItem* item);
     // Its content is there: it is counted once.
     void Loaded(Entry& entry);
     // Its content could not be had: removes it.
@@ -61,19 +63,17 @@ public:
     bool keep = true;                 // false: an entry goes when its last count came back
     unsigned int period = 60000;      // ms
     std::uint64_t limit = 128 << 20;  // bytes
-    unsigned int GetCount() const { return static_cast<unsigned int>(entries_.size()); }
+    unsigned int GetCount() const { return static_cast<unsigned int>(entries_.GetCount()); }
     std::uint64_t GetBytes() const { return bytes_; }
 
 private:
-    using Entries = std::unordered_multimap<unsigned int, Entry>;
-
     void Unlink(Entry& entry);
     void Remove(Entry& entry);
 
     std::unique_ptr<KwPackLock> lock_;
     KwFilePackList* list_;  // null once it is gone
-    Entries entries_;       // at most one of a hash
-    Entries detached_;      // any number
+    KwPackTable<Entry> entries_;
+    unsigned int detached_ = 0;  // entries that are open and no longer in the table
     Entry* oldest_ = nullptr;
     Entry* newest_ = nullptr;
     std::uint64_t bytes_ = 0;  // of the loaded entries

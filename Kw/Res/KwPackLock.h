@@ -1,6 +1,4 @@
 // KwPackLock: the lock of a pack list, which a list for one thread does without. Internal.
-//
-// Its condition is told of every load that ended, every request that came and of the service's end.
 #pragma once
 
 #include <chrono>
@@ -9,7 +7,9 @@
 
 struct KwPackLock {
     std::mutex mutex;
-    std::condition_variable changed;
+    std::condition_variable read;   // a thread has read from a pack
+    int readWaiters = 0;            // few ever wait: nobody is told for nothing
+    std::condition_variable asked;  // the service has something to do
 };
 
 // Holds the lock for a scope; null: does nothing at all.
@@ -25,15 +25,22 @@ public:
     void Unlock() {
         if (lock_ != nullptr) held_.unlock();
     }
-    // Waits with the lock given up. A list for one thread has nothing to wait for.
-    void Wait() {
-        if (lock_ != nullptr) lock_->changed.wait(held_);
+
+    // The waits give the lock up meanwhile. A list for one thread has nothing to wait for.
+    void WaitForRead() {
+        if (lock_ == nullptr) return;
+        ++lock_->readWaiters;
+        lock_->read.wait(held_);
+        --lock_->readWaiters;
     }
-    void WaitFor(unsigned int ms) {
-        if (lock_ != nullptr) lock_->changed.wait_for(held_, std::chrono::milliseconds(ms));
+    void TellRead() {
+        if (lock_ != nullptr && lock_->readWaiters > 0) lock_->read.notify_all();
     }
-    void Tell() {
-        if (lock_ != nullptr) lock_->changed.notify_all();
+    void WaitForAsked(unsigned int ms) {
+        if (lock_ != nullptr) lock_->asked.wait_for(held_, std::chrono::milliseconds(ms));
+    }
+    void TellAsked() {
+        if (lock_ != nullptr) lock_->asked.notify_all();
     }
 
 private:

@@ -25,7 +25,8 @@ void KwPackSource::Register(KwPackSource* source) {
 bool KwPackSource::GetKeyHash(const char* name, unsigned int& hash) {
     if (name == nullptr || name[0] == '\0') return false;
     if (name[0] == '\\' || name[0] == '/') ++name;
-    char key[kKeySize] = "\\";
+    char key[kKeySize];
+    key[0] = '\\';
     const std::size_t length = std::strlen(name);
     if (length + 1 >= sizeof(key)) return false;
     std::memcpy(key + 1, name, length + 1);

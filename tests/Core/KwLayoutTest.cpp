@@ -99,6 +99,24 @@ FIELD(KwFile, FileKind, kind_);
 FIELD(KwFile, FileAccess, access_);
 FIELD(KwFile, FilePosition, position_);
 
+FIELD(KwFilePack, PackFile, file_);
+FIELD(KwFilePack, PackBuffer, buffer_);
+FIELD(KwFilePack, PackPath, path_);
+FIELD(KwFilePack, PackSize, size_);
+FIELD(KwFilePack, PackItems, items_);
+FIELD(KwFilePack, PackCount, count_);
+FIELD(KwFilePack, PackRoom, capacity_);
+FIELD(KwFilePack, PackUnpack, unpack_);
+FIELD(KwPackEntry, CacheHash, hash);
+FIELD(KwPackEntry, CacheData, data);
+FIELD(SPackFileCache, CacheTime, time);
+FIELD(SPackFileCache, CacheCount, references);
+FIELD(SPackFileCache, CacheTag, tag);
+FIELD(SPackFileCache, CacheItem, item);
+static_assert(offsetof(SPackFileItem, storedSize) == 4 && offsetof(SPackFileItem, unpackedSize) == 8);
+static_assert(offsetof(SPackFileItem, method) == 12 && offsetof(SPackFileItem, word) == 16);
+static_assert(offsetof(SPackFileItem, offset) == 20 && offsetof(SPackFileItem, pack) == 24);
+
 FIELD(KwLog, LogFile, file_);
 FIELD(KwLog, LogDirectory, directory_);
 FIELD(KwLog, LogName, name_);
@@ -237,6 +255,10 @@ TEST(KwLayoutTest, FieldsOfFilesApplicationsAndDocumentsStandInOrder) {
     EXPECT_TRUE(InOrder(FileSize(), FileKind(), FileAccess(), FilePosition()));
     EXPECT_TRUE(!k32 || (Offset(FileKind()) == 12 && Offset(FileAccess()) == 14 && Offset(FilePosition()) == 16));
     EXPECT_TRUE(Offset(LogFile()) == sizeof(void*));
+    EXPECT_TRUE(
+        InOrder(PackFile(), PackBuffer(), PackPath(), PackSize(), PackItems(), PackCount(), PackRoom(), PackUnpack()));
+    EXPECT_TRUE(InOrder(CacheHash(), CacheData(), CacheTime(), CacheCount(), CacheTag(), CacheItem()));
+    EXPECT_TRUE(!k32 || (Offset(CacheData()) == 4 && Offset(CacheTime()) == 8 && Offset(CacheItem()) == 20));
     EXPECT_TRUE(InOrder(LogFile(), LogDirectory(), LogName(), LogPerCheck(), LogLines(), LogNext(), LogInterval(),
                         LogLock(), LogOnWrite()));
     EXPECT_TRUE(Offset(LibModule()) == sizeof(void*) && Offset(LibMemory()) == 2 * sizeof(void*));
