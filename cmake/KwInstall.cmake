@@ -25,6 +25,10 @@ set(kw_internal
   KwFormatSpec
   KwGuardedCall
   KwHashMask
+  KwIniIndex
+  KwIniPreserve
+  KwIniScan
+  KwIniStore
   KwListenEvent
   KwLogData
   KwLogLine
@@ -35,11 +39,14 @@ set(kw_internal
   KwModuleChain
   KwNrv2b
   KwPackCache
+  KwPackIndex
   KwPackLayout
   KwPackLock
   KwPackRequests
   KwPackScratch
   KwPeImage
+  KwPackSpans
+  KwPackTable
   KwResTable
   KwStaticLock
   KwStrText
@@ -50,12 +57,6 @@ set(kw_internal
   KwUtfCode
   KwUtfKernel
 )
-set(kw_internal KwLogData KwLogLine KwCalendar KwFormatNumber KwFormatSink KwFormatSpec KwListenEvent KwMemoryBlock
-  KwMemoryState KwModuleChain KwStaticLock KwStrText KwUtfCode KwUtfKernel KwDataBlocks KwDataFile KwDataParser
-  KwDataWalk KwDBRTAccess KwDBRTData KwDBRTNameMap KwDBRTWriter KwFileWriter KwHashMask KwIniIndex KwIniPreserve
-  KwIniScan KwIniStore KwResTable KwTableScan KwTableScanKernel KwTableScanSets)
-  KwDataWalk KwDBRTAccess KwDBRTData KwDBRTWriter KwFileWriter KwNrv2b KwPackCache KwPackIndex KwPackLayout
-  KwPackLock KwPackRequests KwPackScratch KwPackSpans KwPackTable KwResTable KwTableScan KwTableScanKernel KwTableScanSets)
 list(TRANSFORM kw_internal APPEND "\\.h")
 list(JOIN kw_internal "|" kw_internal)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/Kw DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
