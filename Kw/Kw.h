@@ -56,6 +56,8 @@
 #include "Kw/Res/KwFilePackList.h"
 #include "Kw/Res/KwPackSource.h"
 #include "Kw/Res/KwParseError.h"
+#include "Kw/Res/KwQueryDir.h"
+#include "Kw/Res/KwQueryDirWin.h"
 #include "Kw/Res/KwRes.h"
 #include "Kw/Res/KwStreamShare.h"
 #include "Kw/Res/KwTable.h"

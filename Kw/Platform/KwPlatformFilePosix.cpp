@@ -1,6 +1,5 @@
 #include "Kw/Platform/KwPlatformFile.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/file.h>
@@ -190,30 +189,6 @@ bool FileRename(const char* from, const char* to, bool replace) {
     if (!replace && lstat(target.Get(), &info) == 0) return false;
     if (lstat(source.Get(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
     return FileCopy(from, to) && unlink(source.Get()) == 0;
-}
-
-bool FolderList(const char* path, bool (*each)(void* context, const char* name, bool isFolder), void* context) {
-    const NativePath native(path);
-    DIR* folder = native ? opendir(native.Get()) : nullptr;
-    if (folder == nullptr) return false;
-    bool ok = true;
-    for (errno = 0; ok; errno = 0) {
-        const dirent* entry = readdir(folder);
-        if (entry == nullptr) {
-            ok = errno == 0;
-            break;
-        }
-        const char* name = entry->d_name;
-        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) continue;
-        bool isFolder = entry->d_type == DT_DIR;
-        if (entry->d_type == DT_UNKNOWN) {
-            struct stat info;
-            isFolder = fstatat(dirfd(folder), name, &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(info.st_mode);
-        }
-        ok = each(context, name, isFolder);
-    }
-    closedir(folder);
-    return ok;
 }
 
 bool CurrentFolder(char* out, std::size_t size) {

@@ -5,20 +5,12 @@
 #include <cstdint>
 
 #include "Kw/Platform/KwPlatformFile.h"
+#include "Kw/Platform/KwPlatformFileTimePosix.h"
 #include "Kw/Platform/KwPlatformPathPosix.h"
 
 namespace KwPlatform {
 
 namespace {
-
-constexpr std::int64_t kUnits = 10000000;               // of 100 ns in a second
-constexpr std::int64_t kSecondsTo1970 = 11644473600LL;  // since 1 January 1601
-
-std::uint64_t ToFileTime(std::int64_t seconds, std::int64_t nanoseconds) {
-    if (seconds < -kSecondsTo1970) return 0;
-    if (seconds > INT64_MAX / kUnits - kSecondsTo1970 - 1) return static_cast<std::uint64_t>(INT64_MAX);
-    return static_cast<std::uint64_t>((seconds + kSecondsTo1970) * kUnits + nanoseconds / 100);
-}
 
 timespec ToTimespec(const std::uint64_t* time) {
     timespec result{};
@@ -37,12 +29,12 @@ bool FileGetTimes(const char* path, FileTimes& times) {
     const NativePath native(path);
     struct statx info;
     if (!native || statx(AT_FDCWD, native.Get(), 0, STATX_BASIC_STATS | STATX_BTIME, &info) != 0) return false;
-    times.accessed = ToFileTime(info.stx_atime.tv_sec, info.stx_atime.tv_nsec);
-    times.written = ToFileTime(info.stx_mtime.tv_sec, info.stx_mtime.tv_nsec);
+    times.accessed = FileTimeFromUnix(info.stx_atime.tv_sec, info.stx_atime.tv_nsec);
+    times.written = FileTimeFromUnix(info.stx_mtime.tv_sec, info.stx_mtime.tv_nsec);
     if ((info.stx_mask & STATX_BTIME) != 0) {
-        times.created = ToFileTime(info.stx_btime.tv_sec, info.stx_btime.tv_nsec);
+        times.created = FileTimeFromUnix(info.stx_btime.tv_sec, info.stx_btime.tv_nsec);
     } else {
-        const std::uint64_t changed = ToFileTime(info.stx_ctime.tv_sec, info.stx_ctime.tv_nsec);
+        const std::uint64_t changed = FileTimeFromUnix(info.stx_ctime.tv_sec, info.stx_ctime.tv_nsec);
         times.created = changed < times.written ? changed : times.written;
     }
     return true;

@@ -64,15 +64,6 @@ DWORD Attributes(const char* path) {
     return file && GetFileInformationByHandle(file.Get(), &info) ? info.dwFileAttributes : kNone;
 }
 
-// Not every reparse point is a link: files that a cloud service holds back are files.
-bool IsLink(const WIN32_FIND_DATAW& entry) {
-    return (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && IsReparseTagNameSurrogate(entry.dwReserved0);
-}
-
-bool IsDots(const wchar_t* name) {
-    return name[0] == L'.' && (name[1] == 0 || (name[1] == L'.' && name[2] == 0));
-}
-
 bool SetEnd(HANDLE file, std::uint64_t length) {
     FILE_END_OF_FILE_INFO end;
     end.EndOfFile.QuadPart = static_cast<LONGLONG>(length);
@@ -275,26 +266,6 @@ bool FileRename(const char* from, const char* to, bool replace) {
     if (GetLastError() != ERROR_NOT_SAME_DEVICE) return false;
     if (!replace && GetFileAttributesW(target.Get()) != kNone) return false;
     return !FolderExists(from) && !LinkExists(from) && FileCopy(from, to) && DeleteFileW(source.Get()) != 0;
-}
-
-bool FolderList(const char* path, bool (*each)(void* context, const char* name, bool isFolder), void* context) {
-    WidePath native(path);
-    if (!native) return false;
-    WIN32_FIND_DATAW entry;
-    const HANDLE search = FindFirstFileW(native.AllNames(), &entry);
-    // The root of an empty drive holds not even the dots.
-    if (search == INVALID_HANDLE_VALUE) return GetLastError() == ERROR_FILE_NOT_FOUND && FolderExists(path);
-    bool ok = true;
-    do {
-        if (IsDots(entry.cFileName)) continue;
-        char name[MAX_PATH * 3];
-        // Half a surrogate pair, which Windows allows, becomes a replacement character.
-        if (WideCharToMultiByte(CP_UTF8, 0, entry.cFileName, -1, name, sizeof(name), nullptr, nullptr) == 0) continue;
-        ok = each(context, name, (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 && !IsLink(entry));
-    } while (ok && FindNextFileW(search, &entry));
-    if (ok) ok = GetLastError() == ERROR_NO_MORE_FILES;
-    FindClose(search);
-    return ok;
 }
 
 bool CurrentFolder(char* out, std::size_t size) {

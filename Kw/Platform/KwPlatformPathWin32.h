@@ -69,6 +69,11 @@ inline HANDLE OpenForProperties(const wchar_t* path, DWORD access) {
     return CreateFileW(path, access, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
 }
 
+// Not every reparse point is a link: files that a cloud service holds back are files.
+inline bool IsLink(const WIN32_FIND_DATAW& entry) {
+    return (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && IsReparseTagNameSurrogate(entry.dwReserved0);
+}
+
 // Puts the file `from` in the place of the file `to` in one step, also while others have that open with sharing.
 bool PutInPlace(const wchar_t* from, const wchar_t* to);
 

@@ -61,6 +61,7 @@ SIniSec::~SIniSec() {
         Sections::Remove(static_cast<KwFileIni*>(static_cast<KwList*>(owner))->store_->sections, this);
     }
     while (KwNode* member = RemoveHead()) Destroy(static_cast<SIniMem*>(member));
+    KwIniStore::FreeTable(table);
     if (ownsName) KwIniStore::FreeText(name);
 }
 
@@ -183,7 +184,9 @@ bool KwFileIni::Init(unsigned char* data, unsigned int len) {
         return store_->complete = false;
     }
     KwIniLoader loader(*this, *store_);
+    store_->loading = true;
     const KwIniFault fault = KwIniScan(store_->GetText(), store_->GetText() + len, loader);
+    store_->loading = false;
     if (fault.at == nullptr) return true;
     store_->error.SetPosition(reinterpret_cast<const unsigned char*>(store_->GetText()),
                               reinterpret_cast<const unsigned char*>(fault.at));
@@ -216,7 +219,6 @@ void KwFileIni::Clear() {
     if (store_ == nullptr) return;
     // What the store holds alone needs no walk.
     if (store_->edited) {
-        store_->sections = KwIniTable();
         while (KwNode* sec = RemoveHead()) Destroy(static_cast<SIniSec*>(sec));
     }
     InitList();

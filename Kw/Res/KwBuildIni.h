@@ -24,6 +24,7 @@ struct KwIniTable {
     void** slots = nullptr;
     unsigned int capacity = 0;  // a power of two
     unsigned int used = 0;
+    bool owned = false;  // a block of its own, else a part of the file's store
 };
 
 struct KW_API SIniMem : public KwNode {

@@ -84,15 +84,12 @@ private:
     }
 
     static void Rebuild(KwIniTable& table, SKwList& list, KwIniStore& store) {
-        table = KwIniTable();
+        KwIniStore::FreeTable(table);
         if (list.count >= 1 << 28) return;  // the table's bytes would not fit 32 bits
         unsigned int capacity = 4 * kWalked;
         while (capacity * 3 < static_cast<unsigned int>(list.count) * 4) capacity *= 2;
-        const std::size_t bytes = capacity * sizeof(void*);
-        table.slots = static_cast<void**>(store.Cut(bytes));
+        table = store.NewTable(capacity);
         if (table.slots == nullptr) return;
-        std::memset(table.slots, 0, bytes);
-        table.capacity = capacity;
         for (SKwNode* node = list.head.next; node->next != nullptr; node = node->next) Put(table, FromLink(node));
     }
 };

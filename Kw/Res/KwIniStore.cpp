@@ -36,8 +36,8 @@ void KwIniStore::Clear() {
     blockSize_ = 0;
     text_ = parts_ = nullptr;
     size_ = 0;
-    sections = KwIniTable();
-    edited = false;
+    FreeTable(sections);
+    edited = loading = false;
     complete = true;
     error = KwParseError();
 }
@@ -69,6 +69,22 @@ bool KwIniStore::Refill(std::size_t whole) {
     end_ = static_cast<unsigned char*>(block) + size;
     blockSize_ = std::min(size * 2, kLargestBlock);
     return true;
+}
+
+KwIniTable KwIniStore::NewTable(unsigned int capacity) {
+    KwIniTable table;
+    const std::size_t bytes = capacity * sizeof(void*);
+    table.slots = static_cast<void**>(loading ? Cut(bytes) : NewBlock(bytes));
+    if (table.slots == nullptr) return table;
+    std::memset(table.slots, 0, bytes);
+    table.capacity = capacity;
+    table.owned = !loading;
+    return table;
+}
+
+void KwIniStore::FreeTable(KwIniTable& table) {
+    if (table.owned) KwMemory::Free(table.slots, kSource, 0);
+    table = KwIniTable();
 }
 
 char* KwIniStore::NewText(const char* text, int len) {

@@ -40,6 +40,11 @@ public:
         return part;
     }
 
+    // Empty slots for a table, from the store while a text is loaded: what is made later comes and goes. Null
+    // slots when memory is out. Freeing is for the tables of what leaves the file, and sets the table back.
+    KwIniTable NewTable(unsigned int capacity);
+    static void FreeTable(KwIniTable& table);
+
     // A terminated copy in a block of its own; null when memory is out.
     static char* NewText(const char* text, int len);
     static void FreeText(char* text);
@@ -53,7 +58,8 @@ public:
     }
 
     KwIniTable sections;
-    bool edited = false;   // something has a block of its own
+    bool edited = false;  // something has a block of its own
+    bool loading = false;
     bool complete = true;  // the text was read to its end
     KwParseError error;
 
