@@ -39,6 +39,7 @@ void Describe(const char* folder, const WIN32_FIND_DATAW& found, unsigned int op
         isFolder = true;
     }
     entry.isFolder = isFolder && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if ((options & kFolderDetails) == 0) entry.size = entry.written = 0;
     if (entry.isFolder) entry.size = 0;
 }
 
