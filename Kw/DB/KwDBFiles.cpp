@@ -37,6 +37,8 @@ public:
         return true;
     }
     bool Sync() override { return KwPlatform::FileSync(stream_); }
+    void StartSync() override { KwPlatform::FileStartSync(stream_); }
+    bool Reserve(std::uint64_t length) override { return KwPlatform::FileReserve(stream_, length); }
 
 private:
     std::FILE* stream_;

@@ -34,6 +34,11 @@ public:
     virtual bool Truncate(std::uint64_t length) = 0;
     // Returns when what was appended is on the disk.
     virtual bool Sync() = 0;
+    // A Sync follows soon: the system may begin with it.
+    virtual void StartSync() {}
+    // Sets room aside on the disk for a file of `length` bytes; its size stays, and Truncate gives back what is
+    // not used. False when nothing was set aside.
+    virtual bool Reserve(std::uint64_t) { return false; }
 };
 
 class KW_API KwDBFiles {

@@ -35,8 +35,10 @@ double GetId(const unsigned char* from) {
 }
 
 char* AddDigits(char* out, unsigned int value) {
-    if (value < 10) *out++ = '0';
-    return KwFormatNumber::PutDecimal(out, value);
+    if (value >= 100) return KwFormatNumber::PutDecimal(out, value);
+    *out++ = static_cast<char>('0' + value / 10);
+    *out++ = static_cast<char>('0' + value % 10);
+    return out;
 }
 
 char* AddTime(char* out, const STime& time) {

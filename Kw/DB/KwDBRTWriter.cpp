@@ -1,6 +1,7 @@
 #include "Kw/DB/KwDBRTWriter.h"
 
 #include <mutex>
+#include <utility>
 
 #include "Kw/DB/KwDBRTAccess.h"
 #include "Kw/DB/KwDBRTRecord.h"
@@ -8,8 +9,9 @@
 
 namespace {
 
-constexpr std::size_t kGather = 1u << 20;  // bytes of journal handed to the system at once
-constexpr std::size_t kKeep = 4u << 20;    // larger buffers are not kept between passes
+constexpr std::size_t kGather = 1u << 20;     // bytes of journal handed to the system at once
+constexpr std::size_t kKeep = 4u << 20;       // larger buffers are not kept between passes
+constexpr std::uint64_t kReserve = 1u << 20;  // bytes set aside for the journal at once where passes are flushed
 // While a full disk holds back more than this, no record is taken from the queue.
 constexpr std::size_t kHeldBack = 64u << 20;
 
@@ -42,12 +44,13 @@ bool KwDBRTWriter::Begin(const KwDBRTNames& names) {
     failed_.store(false, std::memory_order_release);
     written_.store(0, std::memory_order_release);
     dropped_.store(0, std::memory_order_release);
-    standing_ = uncommitted_ = 0;
-    madeFile_ = false;
+    standing_ = uncommitted_ = reserved_ = 0;
+    madeFile_ = trims_ = false;
     return true;
 }
 
 void KwDBRTWriter::End() {
+    TrimJournal();
     while (KwBufferNode* node = pool_.PopUsed()) {
         dropped_.fetch_add(1, std::memory_order_release);
         Free(node);
@@ -173,9 +176,26 @@ void KwDBRTWriter::Refuse(Queued& queued) {
     data_.Refused(record.fileNumber, record.offset, record.size);
 }
 
+// A flush is done sooner when the file system has not to look for room first.
+void KwDBRTWriter::ReserveJournal() {
+    const std::uint64_t end = journal_->GetSize() + bytes_.size();
+    if (!IsDurable() || end <= reserved_) return;
+    reserved_ = end + kReserve;  // also where that fails: not to be tried in each pass
+    if (journal_->Reserve(reserved_)) trims_ = true;
+}
+
+// Gives back what was set aside and not used.
+void KwDBRTWriter::TrimJournal() {
+    reserved_ = 0;
+    if (!std::exchange(trims_, false) || IsFailed()) return;
+    const std::unique_ptr<KwDBFile> file = files_->Exists(journalPath_) ? files_->Open(journalPath_, true) : nullptr;
+    if (file != nullptr) file->Truncate(file->GetSize());
+}
+
 void KwDBRTWriter::WriteJournal() {
     std::size_t next = 0;
     std::size_t start = 0;  // in bytes_, of the record `next`
+    ReserveJournal();
     while (next < queued_.size() && !IsFailed()) {
         std::uint64_t whole = journal_->GetSize();
         journalDirty_ = true;
@@ -185,8 +205,13 @@ void KwDBRTWriter::WriteJournal() {
             whole += queued_[next].journalEnd - start;
             start = queued_[next].journalEnd;
         }
-        if (next == queued_.size()) return;
+        if (next == queued_.size()) {
+            // The disk works while the copy, the text log and the data files are written.
+            if (IsDurable()) journal_->StartSync();
+            return;
+        }
         // The next one stands there in part, or not at all.
+        reserved_ = 0;
         if (journal_->GetSize() != whole && !journal_->Truncate(whole)) Fail(journalPath_.c_str());
         start = queued_[next].journalEnd;
         Refuse(queued_[next++]);
@@ -277,6 +302,7 @@ void KwDBRTWriter::LimitLog(Log& log) {
 bool KwDBRTWriter::SetAside() {
     const std::lock_guard<KwLock> guard(lock_);
     if (!files_->Exists(journalPath_)) return true;
+    TrimJournal();
     const std::vector<unsigned int> aside = names_.ListAside(*files_);
     const std::string path = names_.GetAside(aside.empty() ? 1 : aside.back() + 1);
     bool ok = files_->Rename(journalPath_, path);

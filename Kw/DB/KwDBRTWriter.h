@@ -83,6 +83,8 @@ private:
     void CloseFiles();
     void Gather(KwBufferNode* node);
     void WriteGathered();
+    void ReserveJournal();
+    void TrimJournal();
     void WriteJournal();
     void Refuse(Queued& queued);
     bool WriteLog(Log& log);
@@ -119,7 +121,9 @@ private:
     KwHashMask mask_;
     std::uint64_t standing_ = 0;  // records that stand in the journal since Begin
     std::uint64_t uncommitted_ = 0;
-    bool madeFile_ = false;  // a name in the directory is new
+    std::uint64_t reserved_ = 0;  // up to where room on the disk was set aside for the journal, or refused
+    bool trims_ = false;          // some was set aside
+    bool madeFile_ = false;       // a name in the directory is new
     bool journalDirty_ = false;
     bool inPass_ = false;
 };

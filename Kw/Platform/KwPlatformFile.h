@@ -54,6 +54,12 @@ std::size_t FileReadDirect(std::FILE* stream, void* out, std::size_t size);
 std::size_t FileReadAt(std::FILE* stream, std::uint64_t offset, void* out, std::size_t size);
 // Cuts the file to `length` bytes; the stream must hold nothing back.
 bool FileTruncate(std::FILE* stream, std::uint64_t length);
+// Hints for a file that is flushed often; where the system knows no such thing, nothing happens.
+// Begins to bring what the system holds of the file to disk: a FileSync that follows waits less. Does not wait.
+void FileStartSync(std::FILE* stream);
+// Sets room aside on the disk for `length` bytes of the file, which keeps its own length. What is not used goes back
+// with a FileTruncate. False when nothing was set aside.
+bool FileReserve(std::FILE* stream, std::uint64_t length);
 // Hands what the stream holds back to the system, and waits until the system has it on disk.
 bool FileSync(std::FILE* stream);
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -110,6 +111,29 @@ std::size_t FileReadAt(std::FILE* stream, std::uint64_t offset, void* out, std::
 
 bool FileTruncate(std::FILE* stream, std::uint64_t length) {
     return ftruncate(fileno(stream), static_cast<off_t>(length)) == 0;
+}
+
+void FileStartSync([[maybe_unused]] std::FILE* stream) {
+#if defined(SYNC_FILE_RANGE_WRITE)
+    sync_file_range(fileno(stream), 0, 0, SYNC_FILE_RANGE_WRITE);
+#endif
+}
+
+bool FileReserve([[maybe_unused]] std::FILE* stream, [[maybe_unused]] std::uint64_t length) {
+#if defined(FALLOC_FL_KEEP_SIZE)
+    const int fd = fileno(stream);
+    struct stat info;
+    struct rlimit limit;
+    // Some file systems send the signal of the limit for room that no byte stands in yet.
+    if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur < length || fstat(fd, &info) != 0) return false;
+    const auto size = static_cast<std::uint64_t>(info.st_size);
+    if (size >= length) return true;
+    if (fallocate(fd, FALLOC_FL_KEEP_SIZE, info.st_size, static_cast<off_t>(length - size)) == 0) return true;
+    // A full disk may have given a part, which others need more. True then where it cannot be taken back.
+    return errno == ENOSPC && ftruncate(fd, info.st_size) != 0;
+#else
+    return false;
+#endif
 }
 
 bool FileSync(std::FILE* stream) {

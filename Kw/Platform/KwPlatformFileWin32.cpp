@@ -189,6 +189,12 @@ bool FileTruncate(std::FILE* stream, std::uint64_t length) {
     return whole && SetEnd(whole.Get(), length);
 }
 
+void FileStartSync(std::FILE*) {}
+
+bool FileReserve(std::FILE*, std::uint64_t) {
+    return false;
+}
+
 bool FileSync(std::FILE* stream) {
     return std::fflush(stream) == 0 && FlushFileBuffers(Handle(stream)) != 0;
 }

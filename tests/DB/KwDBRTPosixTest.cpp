@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -100,6 +101,30 @@ TEST_F(KwDBRTPosixTest, AFullDiskDropsWhatDoesNotFitAndNothingElse) {
     EXPECT_EQ(Get("t.logdat"), Get("t.info"));
     for (int i = 101; i <= 110; ++i) EXPECT_EQ(db.ReadText(i), "more");
     EXPECT_EQ(db.ReadText(2), db.Get(2)->text);
+}
+
+// The room that durable passes set aside for the journal shows in no file's length, and Close gives it back.
+TEST_F(KwDBRTPosixTest, RoomSetAsideForTheJournalGoesBack) {
+    struct stat info {};
+    const auto look = [&] { ASSERT_EQ(stat((folder_ / "t.info").c_str(), &info), 0); };
+    TextDB db;
+    db.SetDurable(true);
+    ASSERT_TRUE(Open(db));
+    const std::string text(1000, 'x');
+    for (int i = 1; i <= 1500; ++i) {
+        db.Set(i, text);
+        if (i % 500 == 0) db.RunTask(1);
+    }
+    look();
+    EXPECT_EQ(info.st_size, 13 + 1500 * (37 + 1000));
+    EXPECT_TRUE(db.Checkpoint());
+    look();
+    EXPECT_LT(info.st_blocks * 512, 1 << 16);
+    db.SetNow(1, text);
+    db.Close();
+    look();
+    EXPECT_EQ(Kinds(Get("t.info")), "cd");
+    EXPECT_LT(info.st_blocks * 512, 1 << 16);
 }
 
 TEST_F(KwDBRTPosixTest, MissingRightsAreRefused) {
