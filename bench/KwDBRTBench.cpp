@@ -1,11 +1,15 @@
 // The runtime database and embedded stores on one work: 100,000 objects, updates of 100 bytes on random ones.
 //   update          a pass for each 1,000 updates, nothing flushed (LevelDB: a put each; SQLite, LMDB: a transaction)
 //   durable 1, 10, 100   updates a group, each group on the disk before the next
-//   reopen          opening after 100,000 updates that only a journal holds, and having every object
+//   reopen          opening after 100,000 objects and 500,000 updates, and reading every object; our journal holds them
+//                   all, and each peer is named with what it replays: the rest it has put elsewhere by then
+//   memory          bytes an object that opening those data and reading every object adds to a process; beside the
+//                   stores, which hold what they like, a std::unordered_map of objects with the same members
 //   find id, find name   one object of 100,000; the peer is std::unordered_map
-// Memory per object of our database is printed as a counter of "find id".
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -15,7 +19,6 @@
 #include <unordered_map>
 
 #include "Kw/DB/KwDBRT.h"
-#include "Kw/KwMemory.h"
 
 #if defined(KW_PEER_LEVELDB)
 #include <leveldb/db.h>
@@ -103,7 +106,11 @@ struct KwStore : Store {
         db->RunTask(1);
         if (db->GetWrittenCount() != queued) std::abort();
     }
-    std::size_t ReadAll() override { return db->GetObjectCount(); }
+    std::size_t ReadAll() override {
+        std::size_t count = 0;
+        db->WalkObjects([&](CKwDBRTObject* object) { count += static_cast<Object*>(object)->value[0] != 0; });
+        return count;
+    }
 };
 
 #if defined(KW_PEER_LEVELDB)
@@ -248,16 +255,28 @@ void Update(benchmark::State& state, int group, bool durable) {
     state.SetItemsProcessed(state.iterations() * group);
 }
 
+constexpr int kRecords = 6 * kObjects;
+
+// Makes every object, in the order of their ids, and updates random ones.
+template <typename Made>
+std::unique_ptr<Made> MakeStore(const std::string& folder) {
+    auto store = std::make_unique<Made>();
+    store->Open(folder, false);
+    std::mt19937 random(7);
+    char value[100];
+    std::memset(value, 'v', sizeof(value));
+    for (int i = 0; i < kRecords; i += kPass) {
+        store->Begin();
+        for (int j = i; j < i + kPass; ++j) store->Put(j < kObjects ? j + 1 : random() % kObjects + 1, value);
+        store->End();
+    }
+    return store;
+}
+
 template <typename Made>
 void Reopen(benchmark::State& state) {
     const std::string folder = Folder();
-    char value[100] = {};
-    constexpr int kRecords = 6 * kObjects;
-    auto store = std::make_unique<Made>();
-    store->Open(folder, false);
-    store->Begin();
-    for (int i = 0; i < kRecords; ++i) store->Put(static_cast<unsigned int>(i % kObjects + 1), value);
-    store->End();
+    std::unique_ptr<Made> store = MakeStore<Made>(folder);
     for (auto _ : state) {
         state.PauseTiming();
         store = nullptr;
@@ -274,6 +293,55 @@ void Reopen(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * kRecords);
 }
 
+// An object of a host that does without a database.
+struct PlainObject {
+    virtual ~PlainObject() = default;
+    std::string name;
+    double id = 0;
+    unsigned char value[100] = {};
+};
+struct PlainStore {
+    std::unordered_map<double, std::unique_ptr<PlainObject>> map;
+    void Open(const std::string&, bool) {
+        for (int i = 1; i <= kObjects; ++i) (map[i] = std::make_unique<PlainObject>())->id = i;
+    }
+    std::size_t ReadAll() { return map.size(); }
+};
+
+std::size_t GetResident() {
+    std::size_t pages = 0, resident = 0;
+    std::FILE* file = std::fopen("/proc/self/statm", "r");
+    if (file == nullptr || std::fscanf(file, "%zu %zu", &pages, &resident) != 2) std::abort();
+    std::fclose(file);
+    return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+// In a process of its own: what opening the store in `folder` adds to it.
+template <typename Made>
+void PrintMemory(const std::string& folder) {
+    auto store = std::make_unique<Made>();
+    const std::size_t before = GetResident();
+    store->Open(folder, false);
+    if (store->ReadAll() != kObjects) std::abort();
+    std::printf("%zu\n", GetResident() - before);
+    std::fflush(stdout);
+    _exit(0);
+}
+
+template <typename Made>
+void Memory(benchmark::State& state, const std::string& who) {
+    const std::string folder = Folder();
+    if constexpr (std::is_base_of_v<Store, Made>) MakeStore<Made>(folder);
+    double bytes = 0;
+    for (auto _ : state) {
+        char self[4096] = {};
+        if (readlink("/proc/self/exe", self, sizeof(self) - 1) < 0) std::abort();
+        std::FILE* child = popen(("'" + std::string(self) + "' --memory '" + who + "' '" + folder + "'").c_str(), "r");
+        if (child == nullptr || std::fscanf(child, "%lf", &bytes) != 1 || pclose(child) != 0) std::abort();
+    }
+    state.counters["bytes_per_object"] = bytes / kObjects;
+}
+
 std::vector<unsigned int> RandomIds() {
     std::mt19937 random(9);
     std::vector<unsigned int> ids(1 << 16);
@@ -282,15 +350,11 @@ std::vector<unsigned int> RandomIds() {
 }
 
 void FindIdKw(benchmark::State& state) {
-    double before = 0, after = 0;
-    KwMemory::QueryInfo(nullptr, &before, nullptr);
     Database db;
     for (int i = 1; i <= kObjects; ++i) db.AddObject("", i);
-    KwMemory::QueryInfo(nullptr, &after, nullptr);
     const auto ids = RandomIds();
     std::size_t at = 0;
     for (auto _ : state) benchmark::DoNotOptimize(db.FindObject(ids[at++ & 0xFFFF]));
-    state.counters["tracked_bytes_per_object"] = (after - before) / kObjects;
 }
 
 void FindIdMap(benchmark::State& state) {
@@ -326,6 +390,20 @@ void FindNameMap(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(map.find(names[at++ & 0xFFFF])->second);
 }
 
+// A work whose name tells which peers replay a log: `replays` stands behind the peer's name.
+template <typename Made>
+void RegisterOpening(const std::string& who, const std::string& replays) {
+    const std::string name = replays.empty() ? who : who + ", " + replays;
+    benchmark::RegisterBenchmark(("reopen/" + name).c_str(), Reopen<Made>)->UseRealTime();
+}
+
+template <typename Made>
+void RegisterMemory(int argc, char** argv, const std::string& who) {
+    if (argc == 4 && std::string(argv[1]) == "--memory" && argv[2] == who) PrintMemory<Made>(argv[3]);
+    const auto run = [who](benchmark::State& state) { Memory<Made>(state, who); };
+    benchmark::RegisterBenchmark(("memory/" + who).c_str(), run)->Iterations(1);
+}
+
 template <typename Made>
 void Register(const std::string& who) {
     const auto add = [](const std::string& name, auto run) {
@@ -335,22 +413,31 @@ void Register(const std::string& who) {
     add("durable 1/" + who, [](benchmark::State& state) { Update<Made>(state, 1, true); });
     add("durable 10/" + who, [](benchmark::State& state) { Update<Made>(state, 10, true); });
     add("durable 100/" + who, [](benchmark::State& state) { Update<Made>(state, 100, true); });
-    add("reopen/" + who, [](benchmark::State& state) { Reopen<Made>(state); });
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     Register<KwStore>("Kw");
+    RegisterOpening<KwStore>("Kw", "");
+    RegisterMemory<KwStore>(argc, argv, "Kw");
+    RegisterMemory<PlainStore>(argc, argv, "unordered_map");
 #if defined(KW_PEER_LEVELDB)
     Register<LevelStore>("LevelDB");
-    benchmark::RegisterBenchmark("reopen/LevelDB-log", Reopen<LevelLogStore>)->UseRealTime();
+    RegisterOpening<LevelStore>("LevelDB", "replays 4 MB");
+    RegisterOpening<LevelLogStore>("LevelDB", "replays all");
+    RegisterMemory<LevelStore>(argc, argv, "LevelDB");
+    RegisterMemory<LevelLogStore>(argc, argv, "LevelDB, all in its log");
 #endif
 #if defined(KW_PEER_SQLITE)
     Register<SqliteStore>("SQLite");
+    RegisterOpening<SqliteStore>("SQLite", "replays nothing");
+    RegisterMemory<SqliteStore>(argc, argv, "SQLite");
 #endif
 #if defined(KW_PEER_LMDB)
     Register<LmdbStore>("LMDB");
+    RegisterOpening<LmdbStore>("LMDB", "replays nothing");
+    RegisterMemory<LmdbStore>(argc, argv, "LMDB");
 #endif
     benchmark::RegisterBenchmark("find id/Kw", FindIdKw);
     benchmark::RegisterBenchmark("find id/unordered_map", FindIdMap);
