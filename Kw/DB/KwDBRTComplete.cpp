@@ -10,6 +10,9 @@
 
 namespace {
 
+// Bytes of the journals' end that are compared at first: a crash loses what the system had not written yet, and a
+// journal that grew for months would not fit into memory.
+constexpr std::uint64_t kWindow = 16u << 20;
 constexpr std::size_t kAhead = 16u << 20;  // bytes of unflushed passes that are looked through
 // A shorter overlap may be chance: it is less than a record, or a line's time.
 constexpr std::size_t kLeastOverlap = KwDBRTRecord::kEventSize;
@@ -22,15 +25,19 @@ bool AppendFile(KwDBFile& file, std::uint64_t from, std::string& out) {
 
 // The length of the longest prefix of `all` with which `tail` ends.
 std::size_t Overlap(const std::string& tail, const std::string& all) {
-    if (all.empty()) return 0;
-    std::vector<std::size_t> shorter(all.size());  // of each prefix, the longest one with which it ends
-    const auto step = [&](std::size_t length, char ch) {
-        while (length > 0 && (length == all.size() || all[length] != ch)) length = shorter[length - 1];
-        return all[length] == ch ? length + 1 : length;
+    constexpr std::size_t kEnd = 64;  // bytes at the end of the tail that are looked for first
+    const auto fits = [&](std::size_t length) {
+        return tail.compare(tail.size() - length, length, all, 0, length) == 0;
     };
-    for (std::size_t i = 1; i < all.size(); ++i) shorter[i] = step(shorter[i - 1], all[i]);
-    std::size_t length = 0;
-    for (const char ch : tail) length = step(length, ch);
+    const std::size_t most = std::min(tail.size(), all.size());
+    if (most >= kEnd) {
+        const std::string end = tail.substr(tail.size() - kEnd);
+        std::size_t at = all.rfind(end, most - kEnd);
+        while (at != std::string::npos && !fits(at + kEnd)) at = at == 0 ? std::string::npos : all.rfind(end, at - 1);
+        if (at != std::string::npos) return at + kEnd;
+    }
+    std::size_t length = std::min(most, kEnd - 1);
+    while (length > 0 && !fits(length)) --length;
     return length;
 }
 
@@ -60,11 +67,14 @@ bool KwDBRTWriter::FindWhole(const Log& log, bool isText, std::uint64_t& whole) 
     const std::unique_ptr<KwDBFile> file = files_->Open(log.path, false);
     bool ok = file != nullptr;
     if (ok && isText) {
-        char last = '\0';
-        for (whole = file->GetSize(); ok && whole > 0; --whole) {
-            ok = file->Read(whole - 1, &last, 1) == 1;
-            if (last == '\n') break;
+        std::string piece;
+        std::size_t feed = std::string::npos;
+        for (whole = file->GetSize(); ok && whole > 0 && feed == std::string::npos; whole -= piece.size()) {
+            piece.resize(static_cast<std::size_t>(std::min<std::uint64_t>(whole, 1u << 16)));
+            ok = file->Read(whole - piece.size(), piece.data(), piece.size()) == piece.size();
+            feed = piece.rfind('\n');
         }
+        if (feed != std::string::npos) whole += feed + 1;
     } else if (ok) {
         KwDBRTReader reader(*file);
         while (reader.Next()) {
@@ -76,13 +86,18 @@ bool KwDBRTWriter::FindWhole(const Log& log, bool isText, std::uint64_t& whole) 
 }
 
 // Sees that the log ends with `all`, of which a crash may have left a part, a part and zeros behind it, all with more
-// behind it that never reached the journal, or nothing.
-bool KwDBRTWriter::CompleteLog(const Log& log, bool isText, bool hasData, std::string all) {
+// behind it that never reached the journal, or nothing. With `unfound`, `all` is the end of a longer text: that becomes
+// true, and nothing is written, where the log does not have its beginning.
+bool KwDBRTWriter::CompleteLog(const Log& log, bool isText, bool hasData, std::string all, bool* unfound) {
     std::string tail;
     if (!ReadTail(log, all.size() + kAhead, tail)) return false;
     if (!all.empty() && tail.ends_with(all)) return true;
     // Logins and commits alone may stand there many times, from one second: nothing is to be found by them.
     if (!hasData) all.clear();
+    if (all.empty() && unfound != nullptr) {
+        *unfound = true;
+        return true;
+    }
     if (tail.empty() && all.empty()) return true;
     const std::size_t zeros = tail.size() - 1 - tail.find_last_not_of('\0');
     const std::size_t found = all.empty() ? std::string::npos : tail.rfind(all);
@@ -93,6 +108,10 @@ bool KwDBRTWriter::CompleteLog(const Log& log, bool isText, bool hasData, std::s
     } else if ((there = Overlap(tail, all)) < kLeastOverlap) {
         there = Overlap(tail.substr(0, tail.size() - zeros), all);
         cut = zeros;
+    }
+    if (unfound != nullptr && found == std::string::npos && there < kLeastOverlap) {
+        *unfound = true;
+        return true;
     }
     const std::unique_ptr<KwDBFile> file = files_->Open(log.path, true);
     if (file == nullptr) return KwLogSystem::PushRes("modify file %s error", log.path.c_str());
@@ -113,28 +132,48 @@ bool KwDBRTWriter::CompleteLog(const Log& log, bool isText, bool hasData, std::s
     return KwLogSystem::PushRes("write file %s error", log.path.c_str());
 }
 
-bool KwDBRTWriter::CompleteLogs(const std::vector<std::string>& journals) {
-    std::string records;
+// Takes the last `window` bytes of the journals at most, in whole records, as the copy and the text log have them.
+bool KwDBRTWriter::GatherEnd(const std::vector<std::string>& journals, std::uint64_t window, JournalEnd& end) {
+    std::vector<std::unique_ptr<KwDBFile>> files;
+    std::uint64_t skipped = 0;
     for (const std::string& path : journals) {
-        const std::unique_ptr<KwDBFile> file = files_->Open(path, false);
-        if (file == nullptr || !AppendFile(*file, 0, records)) {
-            return KwLogSystem::PushRes("read file %s error", path.c_str());
+        files.push_back(files_->Open(path, false));
+        if (files.back() == nullptr) return KwLogSystem::PushRes("read file %s error", path.c_str());
+        skipped += files.back()->GetSize();
+    }
+    skipped -= std::min(skipped, window);
+    std::uint64_t base = 0;
+    for (std::size_t i = 0; i < files.size(); base += files[i++]->GetSize()) {
+        if (base + files[i]->GetSize() <= skipped) continue;
+        KwDBRTReader reader(*files[i]);
+        while (reader.Next()) {
+            if (base + reader.GetRecordOffset() < skipped) continue;
+            const KwDBRTRecord& record = reader.GetRecord();
+            end.records.append(reinterpret_cast<const char*>(reader.GetBytes()),
+                               static_cast<std::size_t>(record.GetTotal()));
+            record.AppendText(end.lines);
+            if (record.IsEvent()) continue;
+            end.hasData = true;
+            reader.UnscramblePayload();
+            CKwDBRT::Access::DecryptLog(db_, record.id, reader.GetPayload(), record.length, end.lines);
+            end.lines += '\n';
         }
+        if (reader.IsReadError()) return KwLogSystem::PushRes("read file %s error", journals[i].c_str());
     }
-    std::string lines;
-    bool hasData = false;
-    const std::string copied = records;  // its payloads stay scrambled
-    KwDBRTReader reader(records.data(), records.size());
-    while (reader.Next()) {
-        const KwDBRTRecord& record = reader.GetRecord();
-        record.AppendText(lines);
-        if (record.IsEvent()) continue;
-        hasData = true;
-        reader.UnscramblePayload();
-        CKwDBRT::Access::DecryptLog(db_, record.id, reader.GetPayload(), record.length, lines);
-        lines += '\n';
+    end.isAll = skipped == 0;
+    return true;
+}
+
+bool KwDBRTWriter::CompleteLogs(const std::vector<std::string>& journals) {
+    for (std::uint64_t window = kWindow;; window *= 8) {
+        JournalEnd end;
+        if (!GatherEnd(journals, window, end)) return false;
+        bool unfound = false;
+        bool* more = end.isAll ? nullptr : &unfound;
+        if (!CompleteLog(copy_, false, end.hasData, std::move(end.records), more)) return false;
+        if (!CompleteLog(text_, true, end.hasData, std::move(end.lines), more)) return false;
+        if (!unfound) return true;
     }
-    return CompleteLog(copy_, false, hasData, copied) && CompleteLog(text_, true, hasData, lines);
 }
 
 // Before a journal goes away, what only it could complete is on the disk.

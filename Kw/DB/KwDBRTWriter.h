@@ -91,7 +91,14 @@ private:
     void LimitLog(Log& log);
     bool ReadTail(const Log& log, std::size_t size, std::string& tail);
     bool FindWhole(const Log& log, bool isText, std::uint64_t& whole);
-    bool CompleteLog(const Log& log, bool isText, bool hasData, std::string all);
+    struct JournalEnd {
+        std::string records;  // as they stand in the copy
+        std::string lines;    // and in the text log
+        bool hasData = false;
+        bool isAll = false;
+    };
+    bool GatherEnd(const std::vector<std::string>& journals, std::uint64_t window, JournalEnd& end);
+    bool CompleteLog(const Log& log, bool isText, bool hasData, std::string all, bool* unfound);
     bool SyncLogs();
     bool SyncNames();
     bool Flush();

@@ -262,6 +262,32 @@ TEST_F(KwDBRTFaultTest, AMissingFileLosesNoRecord) {
     }
 }
 
+// The journal is longer than what is compared at first.
+TEST_F(KwDBRTFaultTest, ALongJournalCompletesTheLogs) {
+    const auto open = [this](TextDB& db) {
+        db.counts = false;
+        db.SetDurable(true);
+        return db.Open(4 << 20, folder_.string(), "t");
+    };
+    {
+        TextDB db;
+        ASSERT_TRUE(open(db));
+        for (int i = 0; i < 10; ++i) db.SetNow(1, std::string(2 << 20, static_cast<char>('a' + i)));
+    }
+    const auto size = [this](const char* name) { return std::filesystem::file_size(folder_ / name); };
+    const auto copied = size("t.logdat"), lines = size("t.log");
+    for (const unsigned int kept : {15u << 20, 1u << 20}) {
+        std::filesystem::resize_file(folder_ / "t.logdat", kept);
+        std::filesystem::resize_file(folder_ / "t.log", kept);
+        TextDB db;
+        ASSERT_TRUE(open(db));
+        const auto logins = kept == 1u << 20 ? 1 : 0;  // of the round before
+        EXPECT_EQ(size("t.logdat"), copied + logins * KwDBRTRecord::kEventSize);
+        EXPECT_EQ(size("t.log"), lines + logins * 27);
+    }
+    EXPECT_EQ(Kinds(Get("t.logdat")), "lddddddddddll");
+}
+
 TEST_F(KwDBRTFaultTest, ARefusedCommitKeepsTheJournalAside) {
     {
         TextDB db;
