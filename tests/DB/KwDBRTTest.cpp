@@ -86,9 +86,11 @@ TEST_F(KwDBRTTest, TheNameTableFindsWhatIsThere) {
     std::uint64_t random = 2;
     for (int i = 0; i < 60000; ++i) {
         random = random * 6364136223846793005u + 1442695040888963407u;
-        const std::size_t length = (random >> 30) % 1000 == 0 ? CKwDBRT::kMaxName : (random >> 33) % 40;
+        const auto length =
+            static_cast<std::size_t>((random >> 30) % 1000 == 0 ? CKwDBRT::kMaxName : (random >> 33) % 40);
         std::string name(length, 'n');
-        if (length != 0) name[(random >> 40) % length] = static_cast<char>('A' + (random >> 50) % 26);
+        if (length != 0)
+            name[static_cast<std::size_t>(random >> 40) % length] = static_cast<char>('A' + (random >> 50) % 26);
         std::string key = name;
         for (char& ch : key) ch = static_cast<char>(ch | 0x20);
         if ((random >> 20) % 3 == 0) {
@@ -127,7 +129,7 @@ TEST_F(KwDBRTTest, PayloadsOfAnyLengthAreWrittenAndReplayedAsRoundDataHasThem) {
     std::uint64_t random = 3;
     for (int i = 0; i < 3000; ++i) {
         random = random * 6364136223846793005u + 1442695040888963407u;
-        const std::size_t length = i % 3 == 0 ? 1 + (random >> 40) % 1500 : texts.back().size();
+        const auto length = static_cast<std::size_t>(i % 3 == 0 ? 1 + (random >> 40) % 1500 : texts.back().size());
         texts.emplace_back(length, static_cast<char>('a' + i % 26));
         journal += Data(static_cast<double>(1 + (random >> 50) % 300), texts.back());
     }
