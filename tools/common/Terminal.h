@@ -7,3 +7,6 @@ bool IsTerminal(Stream stream);
 
 // Lets a console show the UTF-8 that is printed, until the program ends.
 void UseUtf8();
+
+// Bytes go out as they are from now on.
+void SetBinary(Stream stream);

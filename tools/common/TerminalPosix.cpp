@@ -8,3 +8,5 @@ bool IsTerminal(Stream stream) {
 
 // A terminal's letters are its user's choice.
 void UseUtf8() {}
+
+void SetBinary(Stream) {}

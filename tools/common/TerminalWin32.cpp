@@ -1,5 +1,8 @@
+#include <fcntl.h>
+#include <io.h>
 #include <windows.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 #include "common/Terminal.h"
@@ -15,4 +18,8 @@ void UseUtf8() {
     if (old == 0 || old == CP_UTF8 || !(IsTerminal(Stream::kOutput) || IsTerminal(Stream::kError))) return;
     // The console belongs to whoever comes after us too.
     if (SetConsoleOutputCP(CP_UTF8) != 0) std::atexit([] { SetConsoleOutputCP(old); });
+}
+
+void SetBinary(Stream stream) {
+    _setmode(_fileno(stream == Stream::kOutput ? stdout : stderr), _O_BINARY);
 }

@@ -4,18 +4,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "Kw/DB/KwDBFiles.h"
 #include "Kw/DB/KwDBRTNames.h"
 #include "Kw/DB/KwDBRTReader.h"
-
-// What ends a command: a file that is missing, or that cannot be read or written.
-class ToolError : public std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
+#include "common/ToolError.h"
 
 class Database {
 public:
