@@ -8,12 +8,14 @@ const char* StoreApp::Name() const {
 
 bool StoreApp::OnInit(KwDS* config) {
     AddPaths(config);
+    OpenPacks(config);
     // A table that is missing is reported and leaves the others usable.
     tables_.Open(config);
     if (!OpenStore(config)) return false;
     // Nobody at a console notices 5 ms, and an idle store costs next to no processor time.
     SetPassSleep(5);
     KwCommand* commands = GetCommand();
+    commands->Add("pack.list", this, &StoreApp::OnPackList, "the open packs");
     commands->Add("table.list", this, &StoreApp::OnTableList, "the open tables");
     commands->Add("table.count", this, &StoreApp::OnTableCount, "TABLE: its number of rows");
     commands->Add("table.row", this, &StoreApp::OnTableRow, "TABLE,N: row N");
@@ -38,6 +40,7 @@ void StoreApp::OnClose() {
     commands_.Settle();
     db_.Close();
     commands_.Settle(true);
+    packs_.Close();
     std::printf("%s stops\n", Name());
     std::fflush(stdout);
 }
@@ -52,6 +55,20 @@ void StoreApp::AddPaths(KwDS* config) {
     for (int i = 1; i <= paths->GetArraySize(); ++i) KwRes::SetResPath(paths->GetString(i, nullptr, ""), -1);
 }
 
+void StoreApp::OpenPacks(KwDS* config) {
+    KwDS* list = config == nullptr ? nullptr : config->GetStruct("Packs");
+    if (list == nullptr) return;
+    packs_.Open(list);
+    // A pack that is missing is reported; what others hold, or the disk, is still found.
+    for (int i = 1; i <= list->GetArraySize(); ++i) {
+        KwDS* entry = list->GetStruct(i);
+        const std::string path = entry == nullptr ? "" : entry->GetString(1, nullptr, "");
+        bool open = false;
+        for (int at = 0; at < packs_.GetPackCount() && !open; ++at) open = path == packs_.GetPack(at)->GetPath();
+        if (!open) KwLogSystem::PushRes("pack \"%s\" (entry %d of Packs) is not open", path.c_str(), i);
+    }
+}
+
 bool StoreApp::OpenStore(KwDS* config) {
     KwDS* settings = config == nullptr ? nullptr : config->GetStruct("Store");
     std::string folder = settings == nullptr ? "store" : settings->GetString("folder", nullptr, "store");
@@ -64,6 +81,16 @@ bool StoreApp::OpenStore(KwDS* config) {
     std::fprintf(stderr, "kwstore: the store in %s cannot be opened: %s\n", folder.c_str(),
                  writable ? "the log says why" : "no right to write there");
     return false;
+}
+
+void StoreApp::OnPackList(const std::string&, KwCmd*) {
+    commands_.Settle();
+    for (int i = 0; i < packs_.GetPackCount(); ++i) {
+        const KwFilePack* pack = packs_.GetPack(i);
+        std::printf("%s: %d entries, %u bytes\n", pack->GetPath(), pack->GetItemCount(), pack->GetPackSize());
+    }
+    std::printf("%d packs\n", packs_.GetPackCount());
+    std::fflush(stdout);
 }
 
 void StoreApp::OnTableList(const std::string&, KwCmd*) {

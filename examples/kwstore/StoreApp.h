@@ -22,7 +22,9 @@ private:
     // The configuration's "AppName", or what the program is called.
     const char* Name() const;
     void AddPaths(KwDS* config);
+    void OpenPacks(KwDS* config);
     bool OpenStore(KwDS* config);
+    void OnPackList(const std::string& name, KwCmd* params);
     void OnTableList(const std::string& name, KwCmd* params);
     void OnTableCount(const std::string& name, KwCmd* params);
     void OnTableRow(const std::string& name, KwCmd* params);
@@ -31,6 +33,7 @@ private:
     void OnInfoVersion(const std::string& name, KwCmd* params);
     void OnLogFile(const std::string& name, KwCmd* params);
 
+    KwFilePackList packs_{true};
     StoreTables tables_;
     StoreDB db_;
     StoreCommands commands_{db_, tables_};
