@@ -94,11 +94,14 @@ void KwFilePackList::Close() {
     AttackSystem(false);
     KwPackGuard guard(cache_->GetLock());
     opened_ = false;
-    stopping_ = true;
     std::deque<KwPackRequest> unserved;
     unserved.swap(requests_->waiting);
-    void* service = service_;
-    service_ = nullptr;
+    void* service = nullptr;
+    // A callback that closes the list runs on the service thread, which then waits for the next Open or Close.
+    if (serviceId_ != KwOS::GetCurrentThreadId()) {
+        stopping_ = true;
+        std::swap(service, service_);
+    }
     guard.TellAsked();
     guard.Unlock();
     if (service != nullptr) KwOS::CloseService(service);

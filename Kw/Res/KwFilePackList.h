@@ -63,7 +63,8 @@ public:
     // the pack into memory. A pack that cannot be opened is passed over, and one whose path, in either case, is open
     // already. False when none opened.
     bool Open(KwDS* doc);
-    // Forgets the packs. Requests that wait are called back with null. Does nothing when closed.
+    // Forgets the packs. Requests that wait are called back with null; one that is being served is waited for, unless
+    // its callback closes the list. Does nothing when closed.
     void Close();
     bool IsOpen();
 
@@ -143,6 +144,7 @@ private:
     std::unique_ptr<KwPackIndex> mergedIndex_;
     bool isMerged_ = false;
     void* service_ = nullptr;
+    unsigned int serviceId_ = 0;  // of its thread
     bool withThread_;
     bool opened_ = false;
     bool stopping_ = false;

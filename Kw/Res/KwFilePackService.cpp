@@ -62,12 +62,15 @@ void KwFilePackList::OnService(bool& run, void* list) {
     constexpr unsigned int kShortest = 10;  // ms
     KwFilePackList& self = *static_cast<KwFilePackList*>(list);
     const std::atomic_ref<bool> running(run);
-    while (running) {
-        self.Working();
-        KwPackGuard guard(self.cache_->GetLock());
-        if (self.stopping_) return;
+    KwPackGuard guard(self.cache_->GetLock());
+    self.serviceId_ = KwOS::GetCurrentThreadId();
+    while (running && !self.stopping_) {
         if (self.requests_->waiting.empty()) guard.WaitForAsked(std::max(self.cache_->period, kShortest));
+        guard.Unlock();
+        self.Working();
+        guard.Lock();
     }
+    self.serviceId_ = 0;
 }
 
 // Under the lock.

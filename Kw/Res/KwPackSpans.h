@@ -47,7 +47,9 @@ private:
         std::vector<std::uint64_t> other(spans_.size());
         for (int shift = kSizeBits; shift < kSizeBits + 32; shift += kDigitBits) {
             std::array<unsigned int, std::size_t{1} << kDigitBits> next{};
-            const auto digit = [shift](std::uint64_t span) { return (span >> shift) & ((1u << kDigitBits) - 1); };
+            const auto digit = [shift](std::uint64_t span) {
+                return static_cast<std::size_t>((span >> shift) & ((1u << kDigitBits) - 1));
+            };
             for (const std::uint64_t span : spans_) ++next[digit(span)];
             unsigned int place = 0;
             for (unsigned int& count : next) {

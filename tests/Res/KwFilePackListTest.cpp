@@ -223,6 +223,9 @@ TEST_F(KwFilePackListTest, RequestsAreAnsweredOnceEach) {
     Wait(answers.count, 10);
     EXPECT_EQ(answers.withFile, 5);
     EXPECT_FALSE(served.IsOpen());
+    ASSERT_TRUE(OpenList(served, {"a.pack"}));
+    EXPECT_TRUE(served.RequestLoad("a", Answers::Add, &answers, nullptr));
+    Wait(answers.count, 11);
 }
 
 TEST_F(KwFilePackListTest, ManyThreadsReadThroughASmallCache) {
