@@ -8,7 +8,7 @@
 // What is handed out is terminated and valid until that member is set or removed.
 // The text, see docs/ini.md: `[section]`, `key = value`, comments behind `;` and `//` and between `/*` and `*/`. A
 // bare value ends at a `/`, a `;` or the end of the line, a quoted one at the next double quote.
-// Thread-safety: none; several threads may read as long as none changes the file.
+// Thread-safety: none; several threads may walk, find and read as long as no other operation runs.
 #pragma once
 
 #include <string>

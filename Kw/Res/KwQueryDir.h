@@ -6,7 +6,7 @@
 // Links are told as files unless they are followed; a followed folder is entered once, so that no circle is walked.
 // A folder that cannot be read or has gone meanwhile is reported to OnError and passed over. So is a name with a `\` in
 // it, which POSIX systems allow and no path of the library can express. Names are the bytes that the system has,
-// valid UTF-8 or not.
+// valid UTF-8 or not. Windows cannot enter folders whose paths have 4096 bytes or more; elsewhere there is no limit.
 // Thread-safety: an object belongs to one thread at a time; its hooks must not start another walk of it.
 #pragma once
 
