@@ -54,6 +54,7 @@
 #include "Kw/Res/KwBuildIni.h"
 #include "Kw/Res/KwDataObject.h"
 #include "Kw/Res/KwDataObjectItem.h"
+#include "Kw/Res/KwDataSearch.h"
 #include "Kw/Res/KwFile.h"
 #include "Kw/Res/KwFilePack.h"
 #include "Kw/Res/KwFilePackList.h"

@@ -15,6 +15,8 @@ set(kw_internal
   KwDataBlocks
   KwDataFile
   KwDataParser
+  KwDataSearchBlocks
+  KwDataSearchStore
   KwDataWalk
   KwElfFormat
   KwElfImage
@@ -29,6 +31,7 @@ set(kw_internal
   KwIniPreserve
   KwIniScan
   KwIniStore
+  KwKeyRow
   KwListenEvent
   KwLogData
   KwLogLine

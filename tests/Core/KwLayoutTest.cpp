@@ -226,6 +226,16 @@ FIELD(CKwDBRTObject, DbObjectName, name_);
 FIELD(CKwDBRTObject, DbObjectId, id_);
 FIELD(CKwDBRTObject, DbObjectOwner, db_);
 
+FIELD(KwDataSearchId, IndexOffset, keyOffset_);
+FIELD(KwDataSearchId, IndexCapacity, pageCapacity_);
+FIELD(KwDataSearchId, IndexCount, count_);
+FIELD(KwDataSearchId, IndexTable, pages_);
+FIELD(KwDataSearchId, IndexPages, pageCount_);
+FIELD(KwDataSearchId, IndexRoom, pageRoom_);
+FIELD(KwDataSearchId, IndexPage, page_);
+FIELD(KwDataSearchId, IndexPosition, position_);
+FIELD(KwDataSearchId, IndexCallbacks, useCallbacks_);
+
 TEST(KwLayoutTest, CoreFieldsStandInOrder) {
     EXPECT_TRUE(Offset(InfCount()) == sizeof(void*));
     EXPECT_TRUE(Offset(InfAttached()) == sizeof(void*) + 2);
@@ -286,6 +296,10 @@ TEST(KwLayoutTest, FieldsOfFilesApplicationsAndDocumentsStandInOrder) {
     EXPECT_TRUE(Offset(MemberKey()) == sizeof(KwNode));
     EXPECT_TRUE(InOrder(MemberKey(), MemberKeyLength(), MemberValue(), MemberValueLength()));
     EXPECT_TRUE(!k32 || (Offset(SectionName()) == 48 && Offset(MemberKey()) == 16 && Offset(MemberValue()) == 24));
+    EXPECT_TRUE(Offset(IndexOffset()) == sizeof(void*) && Offset(IndexPage()) % 4 == 0);
+    EXPECT_TRUE(InOrder(IndexOffset(), IndexCapacity(), IndexCount(), IndexTable(), IndexPages(), IndexRoom(),
+                        IndexPage(), IndexPosition(), IndexCallbacks()));
+    EXPECT_TRUE(!k32 || (Offset(IndexTable()) == 16 && Offset(IndexPage()) == 28 && Offset(IndexCallbacks()) == 36));
 }
 
 TEST(KwLayoutTest, FieldsOfTheRuntimeDatabaseStandInOrder) {
@@ -478,6 +492,19 @@ TEST(KwLayoutTest, HostHooksStandInOrder) {
     EXPECT_EQ(Slot(static_cast<bool (KwDS::*)(unsigned char*, unsigned int)>(&KwDS::Init)), 1);
     EXPECT_EQ(Slot(static_cast<bool (KwDS::*)(const char*, KwStreamShare*)>(&KwDS::Init)), 2);
     EXPECT_EQ(Slot(&KwDS::Clear), 3);
+
+    // The destructor stands behind the others.
+    EXPECT_EQ(Entry(&KwDataSearchId::Init), 0);
+    EXPECT_EQ(Entry(&KwDataSearchId::Close), 1);
+    EXPECT_EQ(Entry(&KwDataSearchId::Commit), 2);
+    EXPECT_EQ(Entry(&KwDataSearchId::Add), 3);
+    EXPECT_EQ(Entry(&KwDataSearchId::Search), 4);
+    EXPECT_EQ(Entry(&KwDataSearchId::Remove), 5);
+    EXPECT_EQ(Entry(&KwDataSearchId::InsertData), 6);
+    EXPECT_EQ(Entry(&KwDataSearchId::OnAdd), 7);
+    EXPECT_EQ(Entry(&KwDataSearchId::OnRemove), 8);
+    EXPECT_EQ(Entry(&KwDataSearchId::OnCompare), 9);
+    EXPECT_EQ(Entry(&KwDataSearchId::OnGetKeyFromData), 10);
 }
 
 // A host that was compiled long ago calls through the table by number alone.
