@@ -8,14 +8,16 @@
 
 #include <cxxabi.h>
 
+#include <type_traits>
+
 // For use in a catch clause: logs and counts the exception that is being handled. `detail`, null for none, follows
 // the place: "exception in command db.save: no such table".
 void Kw_ReportException(const char* place, const char* detail) noexcept;
 unsigned int Kw_ExceptionCount() noexcept;
 
-// Calls `call()`; false when an exception left it. `detail` must outlive the call.
-template <class Call>
-bool KwGuardedCall(const char* place, const char* detail, Call&& call) {
+// Calls `call()`; false when an exception left it. `detail` is a text, or what gives one when it is needed.
+template <class Detail, class Call>
+bool KwGuardedCall(const char* place, const Detail& detail, Call&& call) {
     try {
         call();
         return true;
@@ -23,7 +25,11 @@ bool KwGuardedCall(const char* place, const char* detail, Call&& call) {
         // The end of the thread, by pthread_exit or pthread_cancel: it must go on.
         throw;
     } catch (...) {
-        Kw_ReportException(place, detail);
+        if constexpr (std::is_invocable_v<Detail>) {
+            Kw_ReportException(place, detail());
+        } else {
+            Kw_ReportException(place, detail);
+        }
         return false;
     }
 }

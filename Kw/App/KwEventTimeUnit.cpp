@@ -6,6 +6,24 @@
 
 #include "Kw/KwGuardedCall.h"
 
+namespace {
+
+// Numbers that are looked at together: the compiler takes several at a time.
+constexpr std::size_t kBlock = 64;
+
+// Whether one of a block reaches 0 when it is counted down.
+bool AnyEnds(const unsigned int* left) {
+    unsigned int ends = 0;
+    for (std::size_t i = 0; i < kBlock; ++i) ends |= left[i] == 1 ? 1u : 0u;
+    return ends != 0;
+}
+
+void CountDown(unsigned int* left) {
+    for (std::size_t i = 0; i < kBlock; ++i) --left[i];
+}
+
+}  // namespace
+
 // Counts nested walks; with the last one goes what was removed meanwhile.
 class KwEventTimeUnit::Walking {
 public:
@@ -45,21 +63,22 @@ void KwEventTimeUnit::Add(SEventTime* event) {
     if (owed_ > 0x40000000u || (walks_ == 0 && holes_ * 2 > left_.size())) Settle();
     // The passes that are owed to the row came before this event.
     const unsigned int left = static_cast<unsigned int>(event->interval - event->counter) + owed_;
-    if (left_.size() == left_.capacity() || at_.size() == at_.capacity()) {
+    if (left_.size() == left_.capacity() || calls_.size() == calls_.capacity()) {
         left_.reserve(2 * left_.size() + 8);
-        at_.reserve(2 * at_.size() + 8);
+        calls_.reserve(2 * calls_.size() + 8);
     }
     index_.insert(event);
+    event->place = left_.size();
     left_.push_back(left);
-    at_.push_back(event);
-    event->place = left_.size() - 1;
+    calls_.push_back({event->target, event->handler, static_cast<unsigned int>(event->interval), event->param,
+                      event->serial, event});
     soonest_ = std::min(soonest_, left);
     events_.AddTail(event);
 }
 
 void KwEventTimeUnit::Remove(SEventTime* event) {
     index_.erase(event);
-    at_[event->place] = nullptr;
+    calls_[event->place].event = nullptr;
     left_[event->place] = 0;  // it will be counted down, round the wrap, and hurt nobody
     ++holes_;
     event->RemoveNode();
@@ -93,56 +112,68 @@ void KwEventTimeUnit::Pass(EVTIMETYPE type) {
     Walk(type);
 }
 
-// Counts the passes that are owed into the row and closes it up where many events were removed.
+// Counts the passes that are owed into the row, which is closed up where many events were removed.
 void KwEventTimeUnit::Settle() {
-    for (unsigned int& left : left_) left -= owed_;
-    soonest_ = soonest_ == kNothing ? kNothing : soonest_ - owed_;
-    owed_ = 0;
-    if (walks_ != 0 || holes_ * 2 <= left_.size()) return;
+    if (owed_ != 0) {
+        for (unsigned int& left : left_) left -= owed_;
+        if (soonest_ != kNothing) soonest_ -= owed_;
+        owed_ = 0;
+    }
+    if (walks_ == 0 && holes_ * 2 > left_.size()) CloseUp();
+}
+
+void KwEventTimeUnit::CloseUp() {
     std::size_t to = 0;
-    for (std::size_t from = 0; from < at_.size(); ++from) {
-        if (at_[from] == nullptr) continue;
+    for (std::size_t from = 0; from < calls_.size(); ++from) {
+        if (calls_[from].event == nullptr) continue;
         left_[to] = left_[from];
-        at_[to] = at_[from];
-        at_[to]->place = to;
+        calls_[to] = calls_[from];
+        calls_[to].event->place = to;
         ++to;
     }
     left_.resize(to);
-    at_.resize(to);
+    calls_.resize(to);
     holes_ = 0;
 }
 
 void KwEventTimeUnit::Walk(EVTIMETYPE type) {
     const Walking walking(*this);
-    soonest_ = kNothing;
     const std::size_t before = left_.size();
     std::size_t end = before;
-    for (std::size_t i = 0;; ++i) {
-        // Handlers change the row and soonest_, so both are taken anew behind each.
-        unsigned int soonest = soonest_;
-        unsigned int* const left = left_.data();
-        for (; i < end && --left[i] != 0; ++i) soonest = std::min(soonest, left[i]);
-        soonest_ = soonest;
-        if (i >= end) return;
-        SEventTime* const event = at_[i];
-        if (event == nullptr) continue;
-        event->counter = 0;
-        left[i] = static_cast<unsigned int>(event->interval);
-        soonest_ = std::min(soonest_, left[i]);
-        // As a walk of the list that takes the next event before it calls the handler: behind the last one it ends,
-        // else it comes to what was appended. Handlers of appended events could keep that up for ever.
-        const bool isLast = event->next == &events_.tail;
-        Fire(type, event);
-        if (isLast) return;
-        if (i < before) end = left_.size();
+    bool fired = false;
+    soonest_ = 1;
+    for (std::size_t i = 0; i < end;) {
+        if (end - i >= kBlock && !AnyEnds(&left_[i])) {
+            CountDown(&left_[i]);
+            i += kBlock;
+            continue;
+        }
+        for (const std::size_t stop = std::min(i + kBlock, end); i < stop; ++i) {
+            if (--left_[i] != 0) continue;
+            const Call call = calls_[i];  // a handler may move the row
+            if (call.event == nullptr) continue;
+            left_[i] = call.interval;
+            fired = true;
+            // As a walk of the list that takes the next event before it calls the handler: behind the last one it
+            // ends, else it comes to what was appended. Handlers of appended events could keep that up for ever.
+            const bool isLast = call.event == events_.tail.prev;
+            Fire(type, call);
+            if (isLast) return;
+            if (i < before) end = left_.size();
+        }
     }
+    // Only when nothing was due is it worth finding out for how long.
+    if (fired) return;
+    soonest_ = kNothing;
+    for (const unsigned int left : left_) soonest_ = std::min(soonest_, left);
 }
 
-void KwEventTimeUnit::Fire(EVTIMETYPE type, SEventTime* event) {
-    if (event->serial != 0 && Kw_InfSerial(event->target) != event->serial) {
-        Remove(event);
+void KwEventTimeUnit::Fire(EVTIMETYPE type, const Call& call) {
+    if (call.serial != 0 && Kw_InfSerial(call.target) != call.serial) {
+        Remove(call.event);
         return;
     }
-    KwGuardedCall("timed event", event->name.c_str(),
-                  [type, event] { (event->target->*event->handler)(type, event->param); });
+    KwGuardedCall(
+        "timed event", [&call] { return call.event->name.c_str(); },
+        [type, &call] { (call.target->*call.handler)(type, call.param); });
 }

@@ -1,6 +1,6 @@
 // SEventTime and KwEventTimeUnit: the registered events of one unit and their counts. Internal.
 //
-// A pass looks at a row of numbers, the passes that each event still has to wait, and touches only the events that
+// A pass counts down a row of numbers, the passes that each event still has to wait, and looks only at events that
 // fire. While none is due, passes are not even counted into the row: they are owed to it.
 #pragma once
 
@@ -17,7 +17,7 @@ public:
     KwInf* target = nullptr;
     KwInfEventTime handler = nullptr;
     int interval = 1;        // fires once every so many passes
-    int counter = 0;         // passes since the last firing, when the event is added; from then on see the unit's row
+    int counter = 0;         // passes since the last firing as the event is added; then the unit's row counts them
     unsigned int param = 0;  // for the handler
 
     unsigned int serial = 0;  // of a registered target, see Kw_InfSerial; else 0
@@ -50,15 +50,25 @@ private:
     struct Same {
         bool operator()(const SEventTime* a, const SEventTime* b) const;
     };
+    // What a firing needs, side by side: the events themselves are all over the memory.
+    struct Call {
+        KwInf* target;
+        KwInfEventTime handler;
+        unsigned int interval;
+        unsigned int param;
+        unsigned int serial;
+        SEventTime* event;  // null for one that was removed
+    };
     class Walking;
 
     void Settle();
+    void CloseUp();
     void Walk(EVTIMETYPE type);
-    void Fire(EVTIMETYPE type, SEventTime* event);
+    void Fire(EVTIMETYPE type, const Call& call);
 
     KwList& events_;
     std::vector<unsigned int> left_;  // passes until the event at this place fires
-    std::vector<SEventTime*> at_;     // null for one that was removed
+    std::vector<Call> calls_;         // at the same places
     std::size_t holes_ = 0;
     std::unordered_set<SEventTime*, Hash, Same> index_;
     unsigned int owed_ = 0;            // passes that left_ does not know of, fewer than soonest_
