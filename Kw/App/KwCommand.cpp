@@ -212,7 +212,10 @@ void KwCommand::SetCommandCallback(KwInf* target, KwInfCommandCallback callback)
 bool KwCommand::CallFallback(const std::string& name, KwCmd* params) {
     if (fallbackTarget_ == nullptr || fallback_ == nullptr) return false;
     bool taken = true;  // whoever throws has taken the line
-    KwGuardedCall("command", name.c_str(), [&] { taken = (fallbackTarget_->*fallback_)(name, params); });
+    KwInf* const target = fallbackTarget_;
+    const KwInfCommandCallback callback = fallback_;
+    KwGuardedCall("command", name.c_str(),
+                  [&taken, target, callback, &name, params] { taken = (target->*callback)(name, params); });
     return taken;
 }
 
