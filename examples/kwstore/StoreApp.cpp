@@ -2,6 +2,12 @@
 
 #include <cstdio>
 
+namespace {
+
+enum Timed : unsigned int { kAutosave, kStatistics };
+
+}  // namespace
+
 const char* StoreApp::Name() const {
     return GetAppName().empty() ? "kwstore" : GetAppName().c_str();
 }
@@ -24,7 +30,24 @@ bool StoreApp::OnInit(KwDS* config) {
     commands->Add("info.version", this, &StoreApp::OnInfoVersion, "the library's version");
     commands->Add("log.file", this, &StoreApp::OnLogFile, "[PATH]: log to a file, without PATH to the console");
     commands_.Register(commands);
+    AddEvents(config);
     return true;
+}
+
+// Seconds between two autosaves, and between two lines of statistics in the log; 0 for none.
+void StoreApp::AddEvents(KwDS* config) {
+    KwDS* settings = config == nullptr ? nullptr : config->GetStruct("Events");
+    if (settings == nullptr) return;
+    for (const Timed timed : {kAutosave, kStatistics}) {
+        const char* name = timed == kAutosave ? "autosave" : "statistics";
+        const int seconds = settings->GetInt(name, 0);
+        if (seconds > 0) events_.AddEventTime(name, EVTIME_SECOND, seconds, timed, this, &StoreApp::OnTimed);
+    }
+}
+
+void StoreApp::OnTimed(EVTIMETYPE, unsigned int param) {
+    if (param == kAutosave) commands_.Autosave();
+    if (param == kStatistics) commands_.LogStatistics();
 }
 
 void StoreApp::OnPreRun() {
@@ -34,9 +57,11 @@ void StoreApp::OnPreRun() {
 
 void StoreApp::OnRun(unsigned int tick) {
     commands_.Pass(tick);
+    events_.RunTime(tick);
 }
 
 void StoreApp::OnClose() {
+    commands_.Finish();
     commands_.Settle();
     db_.Close();
     commands_.Settle(true);

@@ -24,6 +24,8 @@ private:
     void AddPaths(KwDS* config);
     void OpenPacks(KwDS* config);
     bool OpenStore(KwDS* config);
+    void AddEvents(KwDS* config);
+    void OnTimed(EVTIMETYPE type, unsigned int param);
     void OnPackList(const std::string& name, KwCmd* params);
     void OnTableList(const std::string& name, KwCmd* params);
     void OnTableCount(const std::string& name, KwCmd* params);
@@ -37,4 +39,5 @@ private:
     StoreTables tables_;
     StoreDB db_;
     StoreCommands commands_{db_, tables_};
+    KwEventTime events_;
 };

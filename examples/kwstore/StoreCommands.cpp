@@ -3,11 +3,11 @@
 #include <cstdio>
 
 #include "StoreCheck.h"
+#include "StoreImport.h"
 
 namespace {
 
-constexpr unsigned int kRetry = 1000;      // ms between attempts at a disk that takes nothing
-constexpr unsigned int kImportPass = 256;  // changes queued at most
+constexpr unsigned int kRetry = 1000;  // ms between attempts at a disk that takes nothing
 
 std::string Quoted(std::string_view name) {
     return "\"" + std::string(name) + "\"";
@@ -29,26 +29,37 @@ void StoreCommands::Register(KwCommand* commands) {
 
 // Answers -------------------------------------------------------------------------------------------------------
 
-void StoreCommands::Say(std::string text, bool isChange) {
-    answers_.push_back({isChange ? db_.GetQueuedCount() : 0, isChange, std::move(text)});
+void StoreCommands::Say(std::string text) {
+    answers_.push_back({0, 0, false, std::move(text)});
+}
+
+void StoreCommands::SayChange(std::string text, unsigned long long droppedBefore) {
+    answers_.push_back({db_.GetQueuedCount(), droppedBefore, true, std::move(text)});
 }
 
 void StoreCommands::Pass(unsigned int tick) {
     if (stuck_ && tick - lastTry_ < kRetry) return;
     lastTry_ = tick;
+    tasks_.Run();
     Settle();
+}
+
+void StoreCommands::Finish() {
+    while (importing_) {
+        tasks_.Run();
+        db_.RunTask(1);
+    }
 }
 
 void StoreCommands::Settle(bool last) {
     db_.RunTask(1);
     const unsigned long long done = db_.GetDoneCount();
     const bool failed = last || db_.IsFailed();
-    const bool dropped = db_.GetDroppedCount() != droppedSeen_;
-    droppedSeen_ = db_.GetDroppedCount();
     stuck_ = !failed && done < db_.GetQueuedCount();
     bool printed = false;
     while (!answers_.empty() && (failed || answers_.front().after <= done)) {
         const Answer& answer = answers_.front();
+        const bool dropped = answer.dropped != db_.GetDroppedCount();
         const bool lost = answer.isChange && (dropped || (failed && answer.after > done));
         std::printf("%s%s\n", lost ? "error: perhaps not on the disk, try db.save: " : "", answer.text.c_str());
         answers_.pop_front();
@@ -60,6 +71,7 @@ void StoreCommands::Settle(bool last) {
 // Commands ------------------------------------------------------------------------------------------------------
 
 void StoreCommands::OnSet(const std::string&, KwCmd* params) {
+    Finish();
     const std::string name = params->GetString(1, "");
     StoreFields fields;
     if (const StoreObject* object = db_.Get(name)) fields = object->fields;
@@ -74,12 +86,14 @@ void StoreCommands::OnSet(const std::string&, KwCmd* params) {
         }
     }
     if (given == 0 || params->GetParamNum() != given + 1) return Say("usage: set NAME,FIELD=VALUE,...");
+    const unsigned long long dropped = db_.GetDroppedCount();
     const char* why = db_.Put(name, fields);
     if (why != nullptr) return Say("error: " + Quoted(name) + " is not set: " + why);
-    Say("set " + Quoted(name), true);
+    SayChange("set " + Quoted(name), dropped);
 }
 
 void StoreCommands::OnGet(const std::string&, KwCmd* params) {
+    Finish();
     const std::string name = params->GetString(1, "");
     const StoreObject* object = db_.Get(name);
     if (object == nullptr) return Say("no object " + Quoted(name));
@@ -89,14 +103,17 @@ void StoreCommands::OnGet(const std::string&, KwCmd* params) {
 }
 
 void StoreCommands::OnDel(const std::string&, KwCmd* params) {
+    Finish();
     const std::string name = params->GetString(1, "");
     if (db_.Get(name) == nullptr) return Say("no object " + Quoted(name));
+    const unsigned long long dropped = db_.GetDroppedCount();
     const char* why = db_.Delete(name);
     if (why != nullptr) return Say("error: " + Quoted(name) + " is not deleted: " + why);
-    Say("deleted " + Quoted(name), true);
+    SayChange("deleted " + Quoted(name), dropped);
 }
 
 void StoreCommands::OnFind(const std::string&, KwCmd* params) {
+    Finish();
     const std::vector<std::string> names = db_.Find(params->GetString(1, ""));
     std::string text;
     for (const std::string& name : names) text += name + "\n";
@@ -104,48 +121,51 @@ void StoreCommands::OnFind(const std::string&, KwCmd* params) {
 }
 
 void StoreCommands::OnCount(const std::string&, KwCmd*) {
+    Finish();
     Say(std::to_string(db_.GetObjectCount()) + " objects");
 }
 
 void StoreCommands::OnImport(const std::string&, KwCmd* params) {
+    Finish();
     Settle();
-    const char* tableName = params->GetString(1, "");
-    const KwTablePtr* table = tables_.Get(tableName);
+    const char* name = params->GetString(1, "");
+    const KwTablePtr* table = tables_.Get(name);
     if (table == nullptr) return;
-    const int key = tables_.GetKeyColumn(tableName);
-    unsigned int changed = 0;
-    unsigned int same = 0;
-    unsigned int refused = 0;
-    for (int row = 2; row <= table->GetRowNum(); ++row) {
-        StoreFields fields;
-        for (int column = 1; column <= table->GetColumnNum(); ++column) {
-            const std::string_view title = StoreTables::GetCell(*table, 1, column);
-            const std::string_view value = StoreTables::GetCell(*table, row, column);
-            if (column != key && !title.empty() && !value.empty()) fields.emplace(title, value);
-        }
-        const std::string name(StoreTables::GetCell(*table, row, key));
-        const StoreObject* object = db_.Get(name);
-        if (object != nullptr && object->fields == fields) {
-            ++same;
-        } else if (const char* why = db_.Put(name, fields)) {
-            ++refused;
-            KwLogSystem::Push("import %s row %d error: %s", tableName, row, why);
-        } else if (++changed % kImportPass == 0) {
-            // No answer waits here, so what a pass drops is still news to the Settle that prints this one's.
-            db_.RunTask(1);
-        }
-    }
-    Say("imported " + std::string(tableName) + ": " + std::to_string(changed) + " objects set, " +
-            std::to_string(same) + " the same, " + std::to_string(refused) + " refused",
-        true);
+    const auto done = [this](const StoreImport& import, const std::string& text) {
+        importing_ = false;
+        SayChange(text, import.GetDroppedBefore());
+    };
+    auto* import = new StoreImport(db_, name, *table, tables_.GetKeyColumn(name), done);
+    if (import == nullptr) return Say("error: memory is out");
+    importing_ = true;
+    tasks_.Post(import);
+}
+
+bool StoreCommands::Save() {
+    if (!db_.Save()) return false;
+    savedAt_ = db_.GetQueuedCount();
+    return true;
+}
+
+void StoreCommands::Autosave() {
+    if (savedAt_ == db_.GetQueuedCount()) return;
+    Settle();
+    if (Save()) KwLogSystem::Push("autosave: %u objects", db_.GetObjectCount());
+}
+
+void StoreCommands::LogStatistics() {
+    KwLogSystem::Push("statistics: %u objects, %llu records written, %llu dropped, %u exceptions caught",
+                      db_.GetObjectCount(), db_.GetWrittenCount(), db_.GetDroppedCount(), KwOS::GetExceptionCount());
 }
 
 void StoreCommands::OnSave(const std::string&, KwCmd*) {
+    Finish();
     Settle();
-    Say(db_.Save() ? "saved " + std::to_string(db_.GetObjectCount()) + " objects" : "error: not saved; see the log");
+    Say(Save() ? "saved " + std::to_string(db_.GetObjectCount()) + " objects" : "error: not saved; see the log");
 }
 
 void StoreCommands::OnStat(const std::string&, KwCmd*) {
+    Finish();
     Settle();
     std::string text = "store in " + db_.GetFolder() + (db_.IsDurable() ? ", durable" : ", not durable") + "\n";
     text += std::to_string(db_.GetObjectCount()) + " objects; at the start " + std::to_string(db_.GetLoadedCount()) +
@@ -157,6 +177,7 @@ void StoreCommands::OnStat(const std::string&, KwCmd*) {
 }
 
 void StoreCommands::OnCheck(const std::string&, KwCmd*) {
+    Finish();
     Settle();
     std::string text;
     const bool sound = StoreCheck::Run(db_, text);

@@ -2,6 +2,7 @@
 //
 // Answers wait until what they report is written, and leave in the order of the commands: with the durable
 // setting a change that was answered is on the disk. Commands that came together are written together.
+// An import is a task that goes on from pass to pass. Commands that ask for objects or change them come behind it.
 // Thread-safety: none; the main thread owns it.
 #pragma once
 
@@ -24,15 +25,24 @@ public:
     void Pass(unsigned int tick);
     // The same at once, for others that print. `last`, once the store is closed, answers what could not be written.
     void Settle(bool last = false);
+    // Runs the import that has begun to its end.
+    void Finish();
+    // Saves what has changed since the last time, and says so in the log when there was something.
+    void Autosave();
+    // Writes the store's counters to the log.
+    void LogStatistics();
 
 private:
     struct Answer {
-        unsigned long long after;  // the number of records that must be done
+        unsigned long long after;    // the number of records that must be done
+        unsigned long long dropped;  // the number that had been dropped before
         bool isChange;
         std::string text;
     };
 
-    void Say(std::string text, bool isChange = false);
+    void Say(std::string text);
+    void SayChange(std::string text, unsigned long long droppedBefore);
+    bool Save();
     void OnSet(const std::string& name, KwCmd* params);
     void OnGet(const std::string& name, KwCmd* params);
     void OnDel(const std::string& name, KwCmd* params);
@@ -46,7 +56,9 @@ private:
     StoreDB& db_;
     const StoreTables& tables_;
     std::deque<Answer> answers_;
-    unsigned long long droppedSeen_ = 0;
-    unsigned int lastTry_ = 0;  // tick
-    bool stuck_ = false;        // the last attempt left records behind
+    KwTask tasks_{false};  // run by Pass
+    bool importing_ = false;
+    unsigned long long savedAt_ = 0;  // the number of records at the last save
+    unsigned int lastTry_ = 0;        // tick
+    bool stuck_ = false;              // the last attempt left records behind
 };
