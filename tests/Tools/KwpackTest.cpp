@@ -77,7 +77,8 @@ TEST_F(KwpackTest, DamageIsSaidByEntry) {
     MakePack("p.pack", {{"one", "1"}, {"two", "22"}});
     const std::string stored = Get("p.pack"), whole = Get("whole.pack");
     // Cut anywhere.
-    for (std::size_t size = 0; size < whole.size(); size += size < 40 ? 8 : 500) {
+    for (const std::size_t size :
+         {std::size_t{0}, std::size_t{31}, std::size_t{32}, whole.size() / 2, whole.size() - 1}) {
         Put("cut.pack", whole.substr(0, size));
         ExpectDamaged("cut.pack", "no whole pack");
     }
