@@ -15,6 +15,13 @@
 #define KW_API [[gnu::visibility("default")]]
 #endif
 
+// What a plug-in exports: `extern "C" KW_PLUGIN void Start(void* host) { ... }`.
+#if defined(_WIN32)
+#define KW_PLUGIN [[gnu::dllexport]]
+#else
+#define KW_PLUGIN [[gnu::visibility("default")]]
+#endif
+
 // A UTF-16 unit, its string, and the literal of it: KW_W("text").
 #if defined(_WIN32)
 using KwWChar = wchar_t;

@@ -31,6 +31,7 @@ bool StoreApp::OnInit(KwDS* config) {
     commands->Add("log.file", this, &StoreApp::OnLogFile, "[PATH]: log to a file, without PATH to the console");
     commands_.Register(commands);
     AddEvents(config);
+    plugins_.Open(config, commands);
     return true;
 }
 
@@ -58,9 +59,11 @@ void StoreApp::OnPreRun() {
 void StoreApp::OnRun(unsigned int tick) {
     commands_.Pass(tick);
     events_.RunTime(tick);
+    plugins_.Pass(tick);
 }
 
 void StoreApp::OnClose() {
+    plugins_.Close();
     commands_.Finish();
     commands_.Settle();
     db_.Close();

@@ -7,6 +7,7 @@
 
 #include "StoreCommands.h"
 #include "StoreDB.h"
+#include "StorePlugins.h"
 #include "StoreTables.h"
 
 class StoreApp : public KwAppClass {
@@ -40,4 +41,5 @@ private:
     StoreDB db_;
     StoreCommands commands_{db_, tables_};
     KwEventTime events_;
+    StorePlugins plugins_{commands_};
 };

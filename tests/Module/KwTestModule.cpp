@@ -2,11 +2,7 @@
 #include <cstdlib>
 #include <string>
 
-#if defined(_WIN32)
-#define EXPORT [[gnu::dllexport]]
-#else
-#define EXPORT [[gnu::visibility("default")]]
-#endif
+#include "Kw/KwDefine.h"
 
 namespace {
 
@@ -27,19 +23,19 @@ const char* const g_names[] = {"zero", "one", "two"};  // addresses that loading
 
 extern "C" {
 
-EXPORT int KwTestNumber = 4711;
+KW_PLUGIN int KwTestNumber = 4711;
 
-EXPORT int KwTestAdd(int a, int b) {
+KW_PLUGIN int KwTestAdd(int a, int b) {
     return a + b;
 }
 // Sum of what the module has of its own: 1 for the constructor, and the calls on this thread.
-EXPORT int KwTestState() {
+KW_PLUGIN int KwTestState() {
     return g_life.started * 100 + ++t_calls;
 }
-EXPORT const char* KwTestName(int number) {
+KW_PLUGIN const char* KwTestName(int number) {
     return g_names[number];
 }
-EXPORT int KwTestThrow(int value) {
+KW_PLUGIN int KwTestThrow(int value) {
     try {
         if (value != 0) throw std::string(static_cast<std::size_t>(value), 'x');
     } catch (const std::string& text) {
@@ -48,12 +44,12 @@ EXPORT int KwTestThrow(int value) {
     return std::abs(value);
 }
 // What is called when the module goes.
-EXPORT void KwTestFarewell(void (*function)(void*), void* param) {
+KW_PLUGIN void KwTestFarewell(void (*function)(void*), void* param) {
     g_life.farewell = function;
     g_life.param = param;
 }
 // An entry point: calls the function that it is given.
-EXPORT void KwTestEntry(void* param) {
+KW_PLUGIN void KwTestEntry(void* param) {
     (*static_cast<void (**)(void*)>(param))(param);
 }
 }
