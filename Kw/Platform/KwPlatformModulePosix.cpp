@@ -78,6 +78,18 @@ bool WriteAll(int file, const unsigned char* data, std::uint64_t size) {
     return true;
 }
 
+// Whether the address lies in that very library. A handle is the loader's entry of its library.
+bool IsOwn(void* module, void* address) {
+#if __GLIBC_PREREQ(2, 35)
+    dl_find_object object;
+    return _dl_find_object(address, &object) == 0 && object.dlfo_link_map == module;
+#else
+    Dl_info info;
+    void* owner = nullptr;
+    return dladdr1(address, &info, &owner, RTLD_DL_LINKMAP) != 0 && owner == module;
+#endif
+}
+
 }  // namespace
 
 void* ModuleOpenFile(const char* path) {
@@ -104,13 +116,8 @@ void ModuleClose(void* module) {
 
 void* ModuleFunction(void* module, const char* name) {
     void* const found = dlsym(module, name);
-    if (found == nullptr) return nullptr;
     // The search goes on through the libraries that this one needs.
-    Dl_info info;
-    link_map* owner = nullptr;
-    link_map* own = nullptr;
-    if (dladdr1(found, &info, reinterpret_cast<void**>(&owner), RTLD_DL_LINKMAP) == 0) return nullptr;
-    return dlinfo(module, RTLD_DI_LINKMAP, &own) == 0 && own == owner ? found : nullptr;
+    return found != nullptr && IsOwn(module, found) ? found : nullptr;
 }
 
 void* ModuleOpenMemory(const void* data, std::size_t size, unsigned int) {
