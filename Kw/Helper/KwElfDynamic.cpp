@@ -9,10 +9,9 @@ using namespace KwElf;
 
 namespace {
 
-constexpr std::uint64_t kTextMovesFlag = 4;          // in the flags
-constexpr std::uint64_t kNotToOpen = 0x40;           // in the second flags
-constexpr std::uint64_t kProgramFlag = 0x08000000;   // in the second flags
-constexpr std::uint64_t kRelocationsWithAddend = 7;  // the kind of the jump table
+constexpr std::uint64_t kTextMovesFlag = 4;         // in the flags
+constexpr std::uint64_t kNotToOpen = 0x40;          // in the second flags
+constexpr std::uint64_t kProgramFlag = 0x08000000;  // in the second flags
 constexpr std::uint64_t kMaxSymbols = 1u << 28;
 
 std::uint32_t GnuHashOf(const char* text) {
