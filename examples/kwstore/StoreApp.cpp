@@ -13,6 +13,10 @@ const char* StoreApp::Name() const {
 }
 
 bool StoreApp::OnInit(KwDS* config) {
+    if (!log_.Start(config == nullptr ? nullptr : config->GetStruct("Log"))) {
+        std::fprintf(stderr, "kwstore: no log file can be written\n");
+        return false;
+    }
     AddPaths(config);
     OpenPacks(config);
     // A table that is missing is reported and leaves the others usable.
@@ -60,6 +64,7 @@ void StoreApp::OnRun(unsigned int tick) {
     commands_.Pass(tick);
     events_.RunTime(tick);
     plugins_.Pass(tick);
+    log_.Pass(tick);
 }
 
 void StoreApp::OnClose() {
@@ -69,6 +74,7 @@ void StoreApp::OnClose() {
     db_.Close();
     commands_.Settle(true);
     packs_.Close();
+    log_.Stop();
     std::printf("%s stops\n", Name());
     std::fflush(stdout);
 }

@@ -7,6 +7,7 @@
 
 #include "StoreCommands.h"
 #include "StoreDB.h"
+#include "StoreLog.h"
 #include "StorePlugins.h"
 #include "StoreTables.h"
 
@@ -36,6 +37,7 @@ private:
     void OnInfoVersion(const std::string& name, KwCmd* params);
     void OnLogFile(const std::string& name, KwCmd* params);
 
+    StoreLog log_;
     KwFilePackList packs_{true};
     StoreTables tables_;
     StoreDB db_;
