@@ -1,5 +1,7 @@
 #include "StoreCodec.h"
 
+#include <cstring>
+
 #include "StoreBytes.h"
 
 namespace {
@@ -7,14 +9,16 @@ namespace {
 constexpr int kVersion = 1;
 constexpr int kSet = 1;
 constexpr int kDelete = 2;
-constexpr std::size_t kMaxFields = 0xFFFF;
 
-std::string Head(int kind, const std::string& name) {
-    std::string payload;
-    StorePut(payload, kVersion, 1);
-    StorePut(payload, static_cast<std::uint64_t>(kind), 1);
-    StorePutText(payload, name, 2);
-    return payload;
+unsigned char* Put(unsigned char* out, std::size_t value, int bytes) {
+    for (; bytes > 0; --bytes, value >>= 8) *out++ = static_cast<unsigned char>(value & 0xFF);
+    return out;
+}
+
+unsigned char* PutText(unsigned char* out, std::string_view text, int bytes) {
+    out = Put(out, text.size(), bytes);
+    std::memcpy(out, text.data(), text.size());
+    return out + text.size();
 }
 
 bool IsControl(char ch) {
@@ -35,27 +39,38 @@ const char* StoreCodec::CheckName(std::string_view name) {
 const char* StoreCodec::Check(const std::string& name, const StoreFields& fields) {
     if (const char* why = CheckName(name)) return why;
     if (fields.size() > kMaxFields) return "the object has too many fields";
-    std::size_t size = 6 + name.size();
     for (const auto& [field, value] : fields) {
         if (const char* why = CheckName(field)) return why;
-        if (value.size() > kMaxPayload) return "the object is too large";
-        size += 6 + field.size() + value.size();
     }
-    return size > kMaxPayload ? "the object is too large" : nullptr;
+    return GetSetSize(name, fields) > kMaxPayload ? "the object is too large" : nullptr;
+}
+
+std::size_t StoreCodec::GetSetSize(const std::string& name, const StoreFields& fields) {
+    std::size_t size = 6 + name.size();
+    for (const auto& [field, value] : fields) size += 6 + field.size() + value.size();
+    return size;
+}
+
+unsigned char* StoreCodec::EncodeSet(const std::string& name, const StoreFields& fields, unsigned char* out) {
+    *out++ = kVersion;
+    *out++ = kSet;
+    out = Put(PutText(out, name, 2), fields.size(), 2);
+    for (const auto& [field, value] : fields) out = PutText(PutText(out, field, 2), value, 4);
+    return out;
 }
 
 std::string StoreCodec::EncodeSet(const std::string& name, const StoreFields& fields) {
-    std::string payload = Head(kSet, name);
-    StorePut(payload, fields.size(), 2);
-    for (const auto& [field, value] : fields) {
-        StorePutText(payload, field, 2);
-        StorePutText(payload, value, 4);
-    }
+    std::string payload(GetSetSize(name, fields), '\0');
+    EncodeSet(name, fields, reinterpret_cast<unsigned char*>(payload.data()));
     return payload;
 }
 
 std::string StoreCodec::EncodeDelete(const std::string& name) {
-    return Head(kDelete, name);
+    std::string payload;
+    StorePut(payload, kVersion, 1);
+    StorePut(payload, kDelete, 1);
+    StorePutText(payload, name, 2);
+    return payload;
 }
 
 const char* StoreCodec::Decode(std::string_view payload, StoreChange& change) {
@@ -75,11 +90,18 @@ const char* StoreCodec::Decode(std::string_view payload, StoreChange& change) {
     return Check(change.name, change.fields);
 }
 
-std::string StoreCodec::Describe(const StoreChange& change) {
-    std::string text = (change.isDelete ? "delete " : "set ") + change.name;
-    for (const auto& [field, value] : change.fields) text.append(",").append(field).append("=").append(value);
-    for (char& ch : text) {
-        if (IsControl(ch)) ch = '.';
+void StoreCodec::Describe(std::string_view payload, std::string& out) {
+    const std::size_t start = out.size();
+    StoreReader reader(payload);
+    reader.Get(1);
+    const bool isSet = reader.Get(1) == kSet;
+    out.append(isSet ? "set " : "delete ").append(reader.GetText(2));
+    for (std::uint64_t left = isSet ? reader.Get(2) : 0; left > 0 && reader.IsGood(); --left) {
+        out.append(",").append(reader.GetText(2));
+        out.append("=").append(reader.GetText(4));
     }
-    return text;
+    if (!reader.IsAtEnd()) out.append(" ...");
+    for (std::size_t i = start; i < out.size(); ++i) {
+        if (IsControl(out[i])) out[i] = '.';
+    }
 }

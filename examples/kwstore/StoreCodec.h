@@ -14,6 +14,12 @@
 
 using StoreFields = std::map<std::string, std::string, std::less<>>;
 
+// A field to be changed; an empty value takes it away.
+struct StoreFieldChange {
+    std::string_view field;
+    std::string_view value;
+};
+
 struct StoreChange {
     bool isDelete = false;
     std::string name;
@@ -30,11 +36,16 @@ public:
     // What keeps the object from being stored; null when nothing does.
     static const char* Check(const std::string& name, const StoreFields& fields);
 
+    static constexpr std::size_t kMaxFields = 0xFFFF;
+
     static std::string EncodeSet(const std::string& name, const StoreFields& fields);
+    // The bytes that a set takes, and the same bytes written to `out`; gives their end.
+    static std::size_t GetSetSize(const std::string& name, const StoreFields& fields);
+    static unsigned char* EncodeSet(const std::string& name, const StoreFields& fields, unsigned char* out);
     static std::string EncodeDelete(const std::string& name);
     // Reads a payload that may hold anything. What is wrong with it, null when it was read.
     static const char* Decode(std::string_view payload, StoreChange& change);
 
-    // The change in one line without control characters, for people.
-    static std::string Describe(const StoreChange& change);
+    // Appends a payload as one line without control characters, for people; or says what is wrong with it.
+    static void Describe(std::string_view payload, std::string& out);
 };

@@ -1,7 +1,5 @@
 #include "StoreCommands.h"
 
-#include <cstdio>
-
 #include "StoreCheck.h"
 #include "StoreImport.h"
 
@@ -15,26 +13,22 @@ std::string Quoted(std::string_view name) {
 
 }  // namespace
 
-void StoreCommands::Register(KwCommand* commands) {
-    commands->Add("set", this, &StoreCommands::OnSet, "NAME,FIELD=VALUE,...: changes fields; '' takes one away");
-    commands->Add("get", this, &StoreCommands::OnGet, "NAME: the fields of an object");
-    commands->Add("del", this, &StoreCommands::OnDel, "NAME: deletes an object");
-    commands->Add("find", this, &StoreCommands::OnFind, "[PREFIX]: the names that begin so");
-    commands->Add("count", this, &StoreCommands::OnCount, "the number of objects");
-    commands->Add("import", this, &StoreCommands::OnImport, "TABLE: an object for each row of a table");
-    commands->Add("db.save", this, &StoreCommands::OnSave, "writes a snapshot and empties the journal");
-    commands->Add("db.stat", this, &StoreCommands::OnStat, "the store's counters");
-    commands->Add("db.check", this, &StoreCommands::OnCheck, "checks the store's files");
-}
-
 // Answers -------------------------------------------------------------------------------------------------------
 
-void StoreCommands::Say(std::string text) {
-    answers_.push_back({0, 0, false, std::move(text)});
+void StoreCommands::Say(StoreSource& to, StoreStatus status, std::string_view text) {
+    answers_.Text().append(text);
+    answers_.Say(to, status);
 }
 
-void StoreCommands::SayChange(std::string text, unsigned long long droppedBefore) {
-    answers_.push_back({db_.GetQueuedCount(), droppedBefore, true, std::move(text)});
+void StoreCommands::SayChange(StoreSource& to, std::string_view verb, const std::string& name,
+                              unsigned long long droppedBefore) {
+    answers_.Text().append(verb).append(" \"").append(name).append("\"");
+    answers_.SayChange(to, droppedBefore);
+}
+
+void StoreCommands::SayError(StoreSource& to, const std::string& name, std::string_view what, const char* why) {
+    answers_.Text().append("error: \"").append(name).append("\" is not ").append(what).append(": ").append(why);
+    answers_.Say(to, StoreStatus::kError);
 }
 
 void StoreCommands::Pass(unsigned int tick) {
@@ -44,7 +38,7 @@ void StoreCommands::Pass(unsigned int tick) {
     Settle();
 }
 
-void StoreCommands::Finish() {
+void StoreCommands::FinishImport() {
     while (importing_) {
         tasks_.Run();
         db_.RunTask(1);
@@ -53,90 +47,65 @@ void StoreCommands::Finish() {
 
 void StoreCommands::Settle(bool last) {
     db_.RunTask(1);
-    const unsigned long long done = db_.GetDoneCount();
-    const bool failed = last || db_.IsFailed();
-    stuck_ = !failed && done < db_.GetQueuedCount();
-    bool printed = false;
-    while (!answers_.empty() && (failed || answers_.front().after <= done)) {
-        const Answer& answer = answers_.front();
-        const bool dropped = answer.dropped != db_.GetDroppedCount();
-        const bool lost = answer.isChange && (dropped || (failed && answer.after > done));
-        std::printf("%s%s\n", lost ? "error: perhaps not on the disk, try db.save: " : "", answer.text.c_str());
-        answers_.pop_front();
-        printed = true;
-    }
-    if (printed) std::fflush(stdout);
+    stuck_ = !last && !db_.IsFailed() && db_.GetDoneCount() < db_.GetQueuedCount();
+    answers_.Settle(last);
 }
 
 // Commands ------------------------------------------------------------------------------------------------------
 
-void StoreCommands::OnSet(const std::string&, KwCmd* params) {
+void StoreCommands::Set(StoreSource& to, const std::string& name, std::span<const StoreFieldChange> changes) {
     Finish();
-    const std::string name = params->GetString(1, "");
-    StoreFields fields;
-    if (const StoreObject* object = db_.Get(name)) fields = object->fields;
-    int given = 0;
-    for (const auto& [field, value] : *params) {
-        if (field[0] == '$') continue;
-        ++given;
-        if (value.empty()) {
-            fields.erase(field);
-        } else {
-            fields[field] = value;
-        }
-    }
-    if (given == 0 || params->GetParamNum() != given + 1) return Say("usage: set NAME,FIELD=VALUE,...");
     const unsigned long long dropped = db_.GetDroppedCount();
-    const char* why = db_.Put(name, fields);
-    if (why != nullptr) return Say("error: " + Quoted(name) + " is not set: " + why);
-    SayChange("set " + Quoted(name), dropped);
+    const char* why = db_.Change(name, changes);
+    if (why != nullptr) return SayError(to, name, "set", why);
+    SayChange(to, "set", name, dropped);
 }
 
-void StoreCommands::OnGet(const std::string&, KwCmd* params) {
+void StoreCommands::Get(StoreSource& to, const std::string& name) {
     Finish();
-    const std::string name = params->GetString(1, "");
     const StoreObject* object = db_.Get(name);
-    if (object == nullptr) return Say("no object " + Quoted(name));
-    std::string text = name;
+    if (object == nullptr) return Say(to, StoreStatus::kError, "no object " + Quoted(name));
+    std::string& text = answers_.Text().append(name);
     for (const auto& [field, value] : object->fields) text.append("\n  ").append(field).append(": ").append(value);
-    Say(text);
+    answers_.Say(to, StoreStatus::kDone);
 }
 
-void StoreCommands::OnDel(const std::string&, KwCmd* params) {
+void StoreCommands::Delete(StoreSource& to, const std::string& name) {
     Finish();
-    const std::string name = params->GetString(1, "");
-    if (db_.Get(name) == nullptr) return Say("no object " + Quoted(name));
+    if (db_.Get(name) == nullptr) return Say(to, StoreStatus::kError, "no object " + Quoted(name));
     const unsigned long long dropped = db_.GetDroppedCount();
     const char* why = db_.Delete(name);
-    if (why != nullptr) return Say("error: " + Quoted(name) + " is not deleted: " + why);
-    SayChange("deleted " + Quoted(name), dropped);
+    if (why != nullptr) return SayError(to, name, "deleted", why);
+    SayChange(to, "deleted", name, dropped);
 }
 
-void StoreCommands::OnFind(const std::string&, KwCmd* params) {
+void StoreCommands::Find(StoreSource& to, const std::string& prefix) {
     Finish();
-    const std::vector<std::string> names = db_.Find(params->GetString(1, ""));
-    std::string text;
-    for (const std::string& name : names) text += name + "\n";
-    Say(text + std::to_string(names.size()) + " found");
+    const std::vector<std::string> names = db_.Find(prefix);
+    std::string& text = answers_.Text();
+    for (const std::string& name : names) text.append(name).append("\n");
+    Say(to, StoreStatus::kDone, std::to_string(names.size()) + " found");
 }
 
-void StoreCommands::OnCount(const std::string&, KwCmd*) {
+void StoreCommands::Count(StoreSource& to) {
     Finish();
-    Say(std::to_string(db_.GetObjectCount()) + " objects");
+    Say(to, StoreStatus::kDone, std::to_string(db_.GetObjectCount()) + " objects");
 }
 
-void StoreCommands::OnImport(const std::string&, KwCmd* params) {
+void StoreCommands::Import(StoreSource& to, const std::string& name) {
     Finish();
     Settle();
-    const char* name = params->GetString(1, "");
     const KwTablePtr* table = tables_.Get(name);
-    if (table == nullptr) return;
-    const auto done = [this](const StoreImport& import, const std::string& text) {
+    if (table == nullptr) return Say(to, StoreStatus::kError, StoreTables::GetMissing(name));
+    const auto done = [this, &to](const StoreImport& import, const std::string& text) {
         importing_ = false;
-        SayChange(text, import.GetDroppedBefore());
+        answers_.Text().append(text);
+        answers_.SayChange(to, import.GetDroppedBefore());
+        to.Release();
     };
-    auto* import = new StoreImport(db_, name, *table, tables_.GetKeyColumn(name), done);
-    if (import == nullptr) return Say("error: memory is out");
+    auto* import = new StoreImport(db_, name, *table, tables_.GetKeyColumn(name.c_str()), done);
+    if (import == nullptr) return Say(to, StoreStatus::kError, "error: memory is out");
+    to.Hold();
     importing_ = true;
     tasks_.Post(import);
 }
@@ -158,13 +127,14 @@ void StoreCommands::LogStatistics() {
                       db_.GetObjectCount(), db_.GetWrittenCount(), db_.GetDroppedCount(), KwOS::GetExceptionCount());
 }
 
-void StoreCommands::OnSave(const std::string&, KwCmd*) {
+void StoreCommands::Save(StoreSource& to) {
     Finish();
     Settle();
-    Say(Save() ? "saved " + std::to_string(db_.GetObjectCount()) + " objects" : "error: not saved; see the log");
+    if (!Save()) return Say(to, StoreStatus::kError, "error: not saved; see the log");
+    Say(to, StoreStatus::kDone, "saved " + std::to_string(db_.GetObjectCount()) + " objects");
 }
 
-void StoreCommands::OnStat(const std::string&, KwCmd*) {
+void StoreCommands::Stat(StoreSource& to) {
     Finish();
     Settle();
     std::string text = "store in " + db_.GetFolder() + (db_.IsDurable() ? ", durable" : ", not durable") + "\n";
@@ -173,13 +143,14 @@ void StoreCommands::OnStat(const std::string&, KwCmd*) {
     text += std::to_string(db_.GetWrittenCount()) + " records written, " + std::to_string(db_.GetDroppedCount()) +
             " dropped";
     if (db_.IsFailed()) text += "; the disk failed, no change is taken until the next start";
-    Say(text);
+    Say(to, StoreStatus::kDone, text);
 }
 
-void StoreCommands::OnCheck(const std::string&, KwCmd*) {
+void StoreCommands::Check(StoreSource& to) {
     Finish();
     Settle();
     std::string text;
     const bool sound = StoreCheck::Run(db_, text);
-    Say(text + (sound ? "the files are sound" : "error: the files are damaged"));
+    text += sound ? "the files are sound" : "error: the files are damaged";
+    Say(to, sound ? StoreStatus::kDone : StoreStatus::kError, text);
 }

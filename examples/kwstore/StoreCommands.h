@@ -1,16 +1,16 @@
-// StoreCommands: the console commands of the store.
+// StoreCommands: the commands of the store, from the console or a program.
 //
-// Answers wait until what they report is written, and leave in the order of the commands: with the durable
-// setting a change that was answered is on the disk. Commands that came together are written together.
+// Answers wait in StoreAnswers until what they report is written. Commands that came together are written together.
 // An import is a task that goes on from pass to pass. Commands that ask for objects or change them come behind it.
 // Thread-safety: none; the main thread owns it.
 #pragma once
 
-#include <deque>
+#include <span>
 #include <string>
 
 #include <Kw/Kw.h>
 
+#include "StoreAnswers.h"
 #include "StoreDB.h"
 #include "StoreTables.h"
 
@@ -20,28 +20,41 @@ public:
     StoreCommands(const StoreCommands&) = delete;
     StoreCommands& operator=(const StoreCommands&) = delete;
 
+    // Adds them to the console.
     void Register(KwCommand* commands);
-    // Writes what is queued and prints the answers that need wait no longer. Each pass; `tick` in milliseconds.
+
+    // Each queues one answer for `to`.
+    void Set(StoreSource& to, const std::string& name, std::span<const StoreFieldChange> changes);
+    void Get(StoreSource& to, const std::string& name);
+    void Delete(StoreSource& to, const std::string& name);
+    void Find(StoreSource& to, const std::string& prefix);
+    void Count(StoreSource& to);
+    void Import(StoreSource& to, const std::string& table);
+    void Save(StoreSource& to);
+    void Stat(StoreSource& to);
+    void Check(StoreSource& to);
+    void Say(StoreSource& to, StoreStatus status, std::string_view text);
+
+    // Writes what is queued and hands out the answers that need wait no longer. Each pass; `tick` in milliseconds.
     void Pass(unsigned int tick);
     // The same at once, for others that print. `last`, once the store is closed, answers what could not be written.
     void Settle(bool last = false);
     // Runs the import that has begun to its end.
-    void Finish();
+    void Finish() {
+        if (importing_) FinishImport();
+    }
+    // Whether there is more to do than to wait for commands.
+    bool IsBusy() const { return importing_; }
+    const StoreAnswers& GetAnswers() const { return answers_; }
     // Saves what has changed since the last time, and says so in the log when there was something.
     void Autosave();
     // Writes the store's counters to the log.
     void LogStatistics();
 
 private:
-    struct Answer {
-        unsigned long long after;    // the number of records that must be done
-        unsigned long long dropped;  // the number that had been dropped before
-        bool isChange;
-        std::string text;
-    };
-
-    void Say(std::string text);
-    void SayChange(std::string text, unsigned long long droppedBefore);
+    void SayChange(StoreSource& to, std::string_view verb, const std::string& name, unsigned long long droppedBefore);
+    void SayError(StoreSource& to, const std::string& name, std::string_view what, const char* why);
+    void FinishImport();
     bool Save();
     void OnSet(const std::string& name, KwCmd* params);
     void OnGet(const std::string& name, KwCmd* params);
@@ -55,7 +68,8 @@ private:
 
     StoreDB& db_;
     const StoreTables& tables_;
-    std::deque<Answer> answers_;
+    StoreConsoleSource console_;
+    StoreAnswers answers_{db_};
     KwTask tasks_{false};  // run by Pass
     bool importing_ = false;
     unsigned long long savedAt_ = 0;  // the number of records at the last save

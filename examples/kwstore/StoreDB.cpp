@@ -9,6 +9,26 @@ namespace {
 constexpr int kMaxRecord = static_cast<int>(StoreCodec::kMaxPayload + KwDBRTRecord::kHeaderSize);
 constexpr const char* kTakesNone = "the database takes no changes; see the log";
 
+bool IsChangedLater(std::span<const StoreFieldChange> changes, std::size_t index) {
+    for (std::size_t later = index + 1; later < changes.size(); ++later) {
+        if (changes[later].field == changes[index].field) return true;
+    }
+    return false;
+}
+
+void ApplyChanges(StoreFields& fields, std::span<const StoreFieldChange> changes) {
+    for (const auto& [field, value] : changes) {
+        const auto found = fields.find(field);
+        if (found == fields.end()) {
+            if (!value.empty()) fields.emplace(field, value);
+        } else if (value.empty()) {
+            fields.erase(found);
+        } else {
+            found->second.assign(value);
+        }
+    }
+}
+
 }  // namespace
 
 bool StoreDB::Start(const std::string& folder, bool durable) {
@@ -142,6 +162,60 @@ const char* StoreDB::Put(const std::string& name, const StoreFields& fields) {
     return nullptr;
 }
 
+// What keeps the changed object from being stored, null when nothing does, and the size of its record then.
+const char* StoreDB::Measure(const StoreObject* object, const std::string& name,
+                             std::span<const StoreFieldChange> changes, std::size_t& size) const {
+    static const StoreFields kNone;
+    const StoreFields& fields = object == nullptr ? kNone : object->fields;
+    if (object == nullptr) {
+        if (const char* why = StoreCodec::CheckName(name)) return why;
+    }
+    size = StoreCodec::GetSetSize(name, fields);
+    std::size_t count = fields.size();
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+        const auto& [field, value] = changes[i];
+        if (IsChangedLater(changes, i)) continue;
+        const auto found = fields.find(field);
+        const bool isThere = found != fields.end();
+        if (!isThere) {
+            if (const char* why = StoreCodec::CheckName(field)) return why;
+        }
+        if (isThere) size -= 6 + field.size() + found->second.size();
+        if (!value.empty()) size += 6 + field.size() + value.size();
+        count = count - (isThere ? 1 : 0) + (value.empty() ? 0 : 1);
+    }
+    if (count > StoreCodec::kMaxFields) return "the object has too many fields";
+    return size > StoreCodec::kMaxPayload ? "the object is too large" : nullptr;
+}
+
+const char* StoreDB::Change(const std::string& name, std::span<const StoreFieldChange> changes) {
+    StoreObject* object = Get(name);
+    std::size_t size = 0;
+    if (const char* why = Measure(object, name, changes, size)) return why;
+    if (size > kDataSize) {
+        StoreFields fields;
+        if (object != nullptr) fields = object->fields;
+        ApplyChanges(fields, changes);
+        return Put(name, fields);
+    }
+    // Nothing is copied here: the record is made of the changed object.
+    const bool isNew = object == nullptr;
+    if (isNew) object = static_cast<StoreObject*>(AddObject(name, 0));
+    if (object == nullptr) return "the object cannot be added";
+    KwBuffer* record = object->BeginUpdate();
+    if (record == nullptr) {
+        if (isNew) RemoveObject(name);
+        return kTakesNone;
+    }
+    ApplyChanges(object->fields, changes);
+    object->place = {};
+    StoreCodec::EncodeSet(name, object->fields, record->GetData() + record->GetUsed());
+    record->SetUsed(static_cast<int>(record->GetUsed() + size));  // fits: a record takes kMaxPayload
+    object->EndUpdate(record, true);
+    ++queued_;
+    return nullptr;
+}
+
 const char* StoreDB::Delete(const std::string& name) {
     CKwDBRTObject* object = KeepObject(name);
     if (object == nullptr) return "no such object";
@@ -181,9 +255,7 @@ bool StoreDB::OnCommit(int) {
 }
 
 void StoreDB::OnDecryptLog(double, unsigned char* payload, int length, KwFile& textLog) {
-    StoreChange change;
-    const std::string_view bytes(reinterpret_cast<char*>(payload), static_cast<std::size_t>(length));
-    const char* why = StoreCodec::Decode(bytes, change);
-    const std::string text = why == nullptr ? StoreCodec::Describe(change) : std::string(why);
-    textLog.Write(text.data(), static_cast<unsigned int>(text.size()));
+    line_.clear();
+    StoreCodec::Describe({reinterpret_cast<char*>(payload), static_cast<std::size_t>(length)}, line_);
+    textLog.Write(line_.data(), static_cast<unsigned int>(line_.size()));
 }

@@ -5,7 +5,9 @@
 // Thread-safety: none; the main thread owns it.
 #pragma once
 
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <Kw/Kw.h>
@@ -26,9 +28,11 @@ public:
 
     // The object, null when there is none.
     StoreObject* Get(const std::string& name) { return static_cast<StoreObject*>(FindObject(name)); }
-    // Makes the object have exactly these fields, or goes without it, and queues the change, which RunTask writes.
-    // Gives what is wrong, null when nothing is; then nothing has changed.
+    // Makes the object have exactly these fields, changes some of its fields (of several changes of one the last
+    // counts), or goes without it, and queues the change, which RunTask writes. Put and Change make the object if it
+    // is new. Gives what is wrong, null when nothing is; otherwise nothing has changed.
     const char* Put(const std::string& name, const StoreFields& fields);
+    const char* Change(const std::string& name, std::span<const StoreFieldChange> changes);
     const char* Delete(const std::string& name);
     // The names that begin so, in order.
     std::vector<std::string> Find(const std::string& prefix);
@@ -57,9 +61,12 @@ private:
     bool BeginDataAnew();
     bool LoadSnapshot();
     bool SaveSnapshot();
+    const char* Measure(const StoreObject* object, const std::string& name, std::span<const StoreFieldChange> changes,
+                        std::size_t& size) const;
     bool Apply(double id, StoreChange& change, const StorePlace& place);
 
     std::string folder_;
+    std::string line_;  // of the text log
     bool durable_ = false;
     bool snapshotRead_ = false;
     unsigned int loaded_ = 0;

@@ -26,11 +26,19 @@ bool StoreTables::Open(KwDS* config) {
     return all;
 }
 
-const KwTablePtr* StoreTables::Get(const char* name) const {
-    const auto found = tables_.find(std::string_view(name));
-    if (found != tables_.end()) return &found->second.cells;
-    std::printf("no table \"%s\"; table.list shows them\n", name);
-    return nullptr;
+const KwTablePtr* StoreTables::Get(std::string_view name) const {
+    const auto found = tables_.find(name);
+    return found == tables_.end() ? nullptr : &found->second.cells;
+}
+
+std::string StoreTables::GetMissing(std::string_view name) {
+    return "no table \"" + std::string(name) + "\"; table.list shows them";
+}
+
+const KwTablePtr* StoreTables::GetOrSay(const char* name) const {
+    const KwTablePtr* table = Get(name);
+    if (table == nullptr) std::printf("%s\n", GetMissing(name).c_str());
+    return table;
 }
 
 int StoreTables::GetKeyColumn(const char* name) const {
@@ -53,11 +61,11 @@ void StoreTables::List() const {
 }
 
 void StoreTables::Count(const char* name) const {
-    if (const KwTablePtr* table = Get(name)) std::printf("%d\n", table->GetRowNum());
+    if (const KwTablePtr* table = GetOrSay(name)) std::printf("%d\n", table->GetRowNum());
 }
 
 void StoreTables::Row(const char* name, int row) const {
-    const KwTablePtr* table = Get(name);
+    const KwTablePtr* table = GetOrSay(name);
     if (table == nullptr) return;
     if (row < 1 || row > table->GetRowNum()) {
         std::printf("no row %d; %s has %d\n", row, name, table->GetRowNum());
@@ -67,7 +75,7 @@ void StoreTables::Row(const char* name, int row) const {
 }
 
 void StoreTables::Find(const char* name, const char* text, const char* column) const {
-    const KwTablePtr* table = Get(name);
+    const KwTablePtr* table = GetOrSay(name);
     if (table == nullptr) return;
     if (text[0] == '\0') {
         std::printf("say what to look for: table.find TABLE,TEXT[,COLUMN]\n");

@@ -24,8 +24,9 @@ public:
     // Prints the rows with a cell that is `text`; in the column of that name, or in any when it is null.
     void Find(const char* name, const char* text, const char* column) const;
 
-    // The table; null, and says so, when there is none of that name.
-    const KwTablePtr* Get(const char* name) const;
+    // The table; null when there is none of that name, and what to say then.
+    const KwTablePtr* Get(std::string_view name) const;
+    static std::string GetMissing(std::string_view name);
     // The number of its column that names a row: its `key`, or the first.
     int GetKeyColumn(const char* name) const;
     // A cell, empty outside the table. Counts from 1.
@@ -37,6 +38,7 @@ private:
         std::string key;
     };
 
+    const KwTablePtr* GetOrSay(const char* name) const;
     static void PrintRow(const KwTablePtr& table, int row);
 
     std::map<std::string, Table, std::less<>> tables_;
