@@ -329,12 +329,9 @@ bool KwDataSearchId::Remove(unsigned int key) {
     if (at < 0) return false;
     void* data = pages_[page].records[at];
     OnRemove(data);
-    if (page >= pageCount_ || at >= pages_[page].count || pages_[page].records[at] != data ||
-        pages_[page].pending != 0) {
-        // The hook changed the index.
-        at = _Search(key, page);
-        if (at < 0 || pages_[page].records[at] != data) return true;
-    }
+    const bool moved =
+        page >= pageCount_ || at >= pages_[page].count || pages_[page].records[at] != data || pages_[page].pending != 0;
+    if (moved && !FindMoved(data, page, at)) return true;
     SPage& from = pages_[page];
     if (HasKeys()) store_->RemoveKey(from.records, from.count, at);
     --from.count;
@@ -347,6 +344,19 @@ bool KwDataSearchId::Remove(unsigned int key) {
         store_->SetFirst(page, store_->GetKey(from.records, 0));
     }
     return true;
+}
+
+// Finds a record again after its hook changed the index. It may be freed by now: nobody looks into it. What others lost
+// is in front of it, so it is at its old place or before that.
+bool KwDataSearchId::FindMoved(const void* data, int& page, int& at) {
+    for (page = std::min(page, pageCount_ - 1); page >= 0; --page) {
+        Settle(page);
+        void** records = pages_[page].records;
+        for (at = pages_[page].count - 1; at >= 0; --at) {
+            if (records[at] == data) return true;
+        }
+    }
+    return false;
 }
 
 void KwDataSearchId::RemovePage(int at) {

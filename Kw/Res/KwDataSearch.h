@@ -93,6 +93,7 @@ private:
     int SearchByCallbacks(unsigned int key, int& page);
     int FirstProbed(int page) const;
     bool IsAboveLast(const SPage& last, unsigned int key);
+    bool FindMoved(const void* data, int& page, int& at);
     void Settle(int page);
     void SettleCursor();
     void Defer(int page, void* data, int at, unsigned int key);

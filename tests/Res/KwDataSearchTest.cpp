@@ -298,6 +298,34 @@ TEST(KwDataSearch, HooksMayRemoveOthersOrThrow) {
     EXPECT_NE(index.Search(8), nullptr);
 }
 
+// A hook that frees its record and removes others: nobody asks the freed one for its key.
+TEST(KwDataSearch, AFreedRecordIsNotLookedInto) {
+    class Owner : public KwDataSearchId {
+    public:
+        ~Owner() override { Close(); }
+        int OnCompare(void* data, unsigned int key) override {
+            const unsigned int own = OnGetKeyFromData(data);
+            return own < key ? -1 : own > key;
+        }
+        unsigned int OnGetKeyFromData(void* data) override { return *static_cast<unsigned int*>(data); }
+        void OnRemove(void* data) override {
+            const unsigned int key = OnGetKeyFromData(data);
+            delete static_cast<unsigned int*>(data);
+            if (key % 100 == 50) {
+                for (unsigned int other = key - 49; other < key; ++other) Remove(other);
+            }
+        }
+    } owner;
+    owner.Init(0, 100, true);
+    for (unsigned int key = 1; key <= 300; ++key) EXPECT_TRUE(owner.InsertData(new unsigned int(key)));
+    for (unsigned int key = 51; key <= 100; ++key) EXPECT_TRUE(owner.Remove(key));
+    EXPECT_TRUE(owner.Remove(150)) << "which moves within its page";
+    EXPECT_TRUE(owner.Remove(50)) << "whose page goes with it";
+    EXPECT_EQ(owner.GetCount(), 150);
+    EXPECT_EQ(owner.Search(150), nullptr);
+    EXPECT_NE(owner.Search(151), nullptr);
+}
+
 // Callbacks that contradict themselves lose records and nothing else; without overrides every key is the same.
 TEST(KwDataSearch, OddCallbacksStayInside) {
     class Odd : public KwDataSearchId {
