@@ -148,21 +148,32 @@ bool KwQueryDirWin::BeginQuery(const char* root) {
     if (root_ == nullptr) return false;
     root_->name = root;
     root_->isFolder = true;
+    depth_ = 0;
     return true;
 }
 
-bool KwQueryDirWin::OnBeginDir(const SQueryEntry& folder) {
-    SFileInfo* info = current_->AddChild(folder.name, true);
-    Describe(info, folder);
-    if (info != nullptr) current_ = info;
-    return info != nullptr;
+// Back to the folder of an entry of that depth. A hook of a derived class may have passed over the folder that was
+// entered here.
+void KwQueryDirWin::Climb(int depth) {
+    for (; depth_ > depth; --depth_) current_ = current_->parent;
 }
 
-void KwQueryDirWin::OnEndDir(const SQueryEntry&) {
-    current_ = current_->parent;
+bool KwQueryDirWin::OnBeginDir(const SQueryEntry& folder) {
+    Climb(folder.depth);
+    SFileInfo* info = current_->AddChild(folder.name, true);
+    if (info == nullptr) return false;
+    Describe(info, folder);
+    current_ = info;
+    ++depth_;
+    return true;
+}
+
+void KwQueryDirWin::OnEndDir(const SQueryEntry& folder) {
+    Climb(folder.depth);
 }
 
 bool KwQueryDirWin::OnFile(const SQueryEntry& file) {
+    Climb(file.depth);
     SFileInfo* info = current_->AddChild(file.name, false);
     Describe(info, file);
     return info != nullptr;

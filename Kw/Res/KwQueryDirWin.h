@@ -63,6 +63,9 @@ public:
     bool OnFile(const SQueryEntry& file) override;
 
 private:
+    void Climb(int depth);
+
     SFileInfo* root_ = nullptr;
-    SFileInfo* current_ = nullptr;  // the folder that the walk is in
+    SFileInfo* current_ = nullptr;  // the folder that was entered last
+    int depth_ = 0;                 // folders between the root and what stands in it
 };

@@ -119,6 +119,18 @@ TEST_F(KwQueryDirTest, TheTreeChangesTheDiskAndItself) {
     EXPECT_EQ(ghost->AddChild("below", false), nullptr);
 }
 
+TEST_F(KwQueryDirTest, WhatADerivedTreePassesOverLeavesTheRestInItsPlace) {
+    class Without : public KwQueryDirWin {
+    public:
+        bool OnBeginDir(const SQueryEntry& folder) override {
+            return KwQueryDirWin::OnBeginDir(folder) && std::string(folder.name) != "more";
+        }
+    } tree;
+    ASSERT_TRUE(tree.Query(Path("t").c_str()));
+    EXPECT_TRUE(tree.Find("more") != nullptr && tree.Find("more")->children.empty());
+    EXPECT_TRUE(tree.Find("sub/c") != nullptr && tree.Find("sub/deep/x") != nullptr);
+}
+
 TEST_F(KwQueryDirTest, TextsAreConvertedBothWays) {
     KwWChar wide[4];
     EXPECT_EQ(KwQueryDir::_ConvertText("a\xFF"
