@@ -1,8 +1,8 @@
 // KwGuardedCall: the library's edge towards code of the host that it calls on its own account. Internal.
 //
-// What leaves a thread body, an event, a timed event, a task, a command handler or a start-up hook is caught where
-// the library called it, logged as "exception in PLACE: TEXT" and counted (KwOS::GetExceptionCount): it ends neither
-// the process nor a thread of the library. What the host itself called passes through to it.
+// What leaves a thread body, an event, a timed event, a task, a command handler, a load request or a start-up hook is
+// caught where the library called it, logged as "exception in PLACE: TEXT" and counted (KwOS::GetExceptionCount): it
+// ends neither the process nor a thread of the library. What the host itself called passes through to it.
 // Thread-safety: from any thread.
 #pragma once
 

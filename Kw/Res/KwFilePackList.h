@@ -87,7 +87,8 @@ public:
 
     // Queues the file for the service thread, which opens it (on disk or in this list's packs, as KwFile::Open does)
     // and calls back once: with null when that fails. Without a service thread Working serves it.
-    // False, without a call, when the list is closed, the callback null or the name not valid.
+    // False, without a call, when the list is closed, the callback null or the name not valid. What a callback throws
+    // is caught and logged.
     bool RequestLoad(const char* name, KwPackLoaded callback, void* a, void* b);
     // The same for a member of `target`, which gets a reference until it was called.
     bool RequestLoad(const char* name, KwInf* target, KwPackLoadedMember callback, void* a, void* b);

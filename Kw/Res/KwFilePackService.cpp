@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <atomic>
 
+#include "Kw/KwGuardedCall.h"
 #include "Kw/KwOS.h"
 #include "Kw/Res/KwPackCache.h"
 #include "Kw/Res/KwPackRequests.h"
@@ -33,13 +34,15 @@ bool KwFilePackList::RequestLoad(const char* name, KwInf* target, KwPackLoadedMe
 void KwFilePackList::OnRequestLoad(const KwPackRequest& request, bool load) {
     KwFile file;
     KwFile* opened = load && file.Open(request.name.c_str(), cache_) ? &file : nullptr;
-    if (request.target == nullptr) {
-        request.callback(request.name, request.a, request.b, opened);
-        return;
-    }
-    (request.target->*request.member)(request.name, request.a, request.b, opened);
+    KwGuardedCall("a load request for", request.name.c_str(), [&] {
+        if (request.target == nullptr) {
+            request.callback(request.name, request.a, request.b, opened);
+        } else {
+            (request.target->*request.member)(request.name, request.a, request.b, opened);
+        }
+    });
     file.Close();
-    request.target->Release();
+    if (request.target != nullptr) request.target->Release();
 }
 
 bool KwFilePackList::Working() {

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Kw/Helper/KwLogSystem.h"
+#include "Kw/KwGuardedCall.h"
 #include "Kw/Platform/KwPlatformFile.h"
 #include "Kw/Res/KwFile.h"
 #include "Kw/Res/KwResTable.h"
@@ -57,7 +58,7 @@ bool RemoveTree(const std::string& path) {
 
 void CallTarget(const std::string& name, void* target, void*, KwFile* file) {
     KwPackLoadTarget* loaded = static_cast<KwPackLoadTarget*>(target);
-    loaded->OnLoad(name, file);
+    KwGuardedCall("a load request for", name.c_str(), [&] { loaded->OnLoad(name, file); });
     loaded->Release();
 }
 

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 
 #include "Kw/Res/KwFile.h"
@@ -226,6 +227,23 @@ TEST_F(KwFilePackListTest, RequestsAreAnsweredOnceEach) {
     ASSERT_TRUE(OpenList(served, {"a.pack"}));
     EXPECT_TRUE(served.RequestLoad("a", Answers::Add, &answers, nullptr));
     Wait(answers.count, 11);
+}
+
+// Neither the service ends by it nor the reference to the target is lost.
+TEST_F(KwFilePackListTest, WhatACallbackThrowsIsLogged) {
+    class Throwing : public Target {
+    public:
+        void Throw(const std::string&, void*, void*, KwFile*) { throw std::runtime_error("no use for it"); }
+    } target;
+    Answers answers;
+    KwFilePackList served(true);
+    ASSERT_TRUE(OpenList(served, {"a.pack"}));
+    EXPECT_TRUE(served.RequestLoad("a", &target, &Throwing::Throw, nullptr, nullptr));
+    EXPECT_TRUE(served.RequestLoad("both", Answers::Add, &answers, nullptr));
+    Wait(answers.count, 1);
+    EXPECT_EQ(answers.withFile, 1);
+    EXPECT_EQ(target.GetRef(), 1);
+    EXPECT_EQ(LogLine(), "exception in a load request for a: no use for it");
 }
 
 TEST_F(KwFilePackListTest, ManyThreadsReadThroughASmallCache) {
