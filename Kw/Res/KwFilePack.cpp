@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <new>
 
 #include "Kw/KwBuffer.h"
 #include "Kw/Platform/KwPlatformFile.h"
@@ -41,10 +42,14 @@ constexpr unsigned int KwFilePack::kUnpackLimit;
 KwFilePack::KwFilePack() : index_(std::make_unique<KwPackIndex>()) {}
 
 KwFilePack::~KwFilePack() {
-    Close();
+    Forget();
 }
 
 void KwFilePack::Close() {
+    if (!fixed_) Forget();
+}
+
+void KwFilePack::Forget() {
     file_.Close();
     if (buffer_ != nullptr) buffer_->Release();
     KwMemory::Free(items_, __FILE__, __LINE__);
@@ -64,9 +69,13 @@ bool KwFilePack::Open(const char* path, bool inMemory) {
     const std::string copy(path);  // which may be this pack's own
     Close();
     path_ = copy;
-    if (OpenFile(inMemory) && ReadDirectory()) {
-        unpack_ = UnpackEntry;
-        return true;
+    try {
+        if (OpenFile(inMemory) && ReadDirectory()) {
+            unpack_ = UnpackEntry;
+            return true;
+        }
+    } catch (const std::bad_alloc&) {
+        // A directory may have any number of entries.
     }
     Close();
     return false;

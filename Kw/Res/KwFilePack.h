@@ -6,6 +6,7 @@
 // as nobody changes, opens or closes the pack.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -41,7 +42,7 @@ public:
     // Opens a pack, through KwFile::Open: resource paths apply. With `inMemory` the whole file is read at once,
     // else its directory. False, without a message and with the pack closed, when it cannot be read or is no pack.
     bool Open(const char* path, bool inMemory);
-    // Forgets all items.
+    // Forgets all items. Does nothing to a pack of a list, which closes it itself.
     void Close();
 
     // Makes room for `n` items. False when memory is out and for a pack of a list.
@@ -69,7 +70,7 @@ public:
     // exactly that size. False, without a message, when that fails, and when the unpacked size is above the limit;
     // `out` is empty then.
     bool ReadItem(const SPackFileItem* item, KwBuffer* out) const;
-    // The largest unpacked size that ReadItem accepts, in bytes; kUnpackLimit at first.
+    // The largest unpacked size that ReadItem accepts, in bytes; kUnpackLimit at first. From any thread.
     void SetUnpackLimit(unsigned int bytes) { unpackLimit_ = bytes; }
 
     // As it was given to Open; empty when closed.
@@ -83,6 +84,7 @@ private:
     using Unpack = bool (*)(unsigned int method, const void* stored, unsigned int storedSize, void* out,
                             unsigned int outSize, bool slack);
 
+    void Forget();
     bool OpenFile(bool inMemory);
     bool ReadDirectory();
     bool ReadAt(unsigned int offset, void* out, unsigned int size) const;
@@ -100,7 +102,7 @@ private:
     Unpack unpack_ = nullptr;
     const unsigned char* bytes_ = nullptr;  // the pack, where it is in memory
     std::FILE* stream_ = nullptr;           // else
-    unsigned int unpackLimit_ = kUnpackLimit;
+    std::atomic<unsigned int> unpackLimit_{kUnpackLimit};
     bool fixed_ = false;                  // belongs to a list
     std::unique_ptr<KwPackIndex> index_;  // built while the items are as they were read
 };

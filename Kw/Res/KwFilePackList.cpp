@@ -82,8 +82,8 @@ void KwFilePackList::OpenPacks(KwDS* doc) {
         const char* path = entry->GetString(1, nullptr, "");
         const auto isOpen = [path](const auto& pack) { return KwStr::ICmp(pack->GetPath(), path) == 0; };
         if (std::any_of(packs_.begin(), packs_.end(), isOpen)) continue;
-        auto pack = std::make_unique<KwFilePack>();
-        if (!pack->Open(path, entry->GetBool(2, false))) continue;
+        std::unique_ptr<KwFilePack> pack(new KwFilePack);
+        if (pack == nullptr || !pack->Open(path, entry->GetBool(2, false))) continue;
         pack->SetUnpackLimit(unpackLimit_);
         pack->fixed_ = true;
         packs_.push_back(std::move(pack));

@@ -57,6 +57,8 @@ TEST_F(KwFilePackListTest, TheFirstPackInTheListServesAFile) {
         EXPECT_TRUE(list.ReadFilePack("m", &buffer) && !list.ReadFilePack("bad", &buffer));
         EXPECT_EQ(LogLine(), "unpack data error");
         // The packs of a list do not change.
+        list.GetPack(0)->Close();
+        EXPECT_EQ(list.GetPack(0)->GetItemCount(), first ? 4 : 2);
         EXPECT_FALSE(list.GetPack(0)->AddFile(1, 32, 1, 1, 0, 1) ||
                      list.GetPack(0)->Open(Path("m.pack").c_str(), false));
     }
@@ -270,6 +272,7 @@ TEST_F(KwFilePackListTest, ManyThreadsReadThroughASmallCache) {
             }
         });
     }
+    for (unsigned int i = 0; i < 100; ++i) shared.SetUnpackLimit(2000 + i);
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(wrong, 0);
     shared.Close();
