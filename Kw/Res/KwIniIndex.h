@@ -85,7 +85,7 @@ private:
 
     static void Rebuild(KwIniTable& table, SKwList& list, KwIniStore& store) {
         KwIniStore::FreeTable(table);
-        if (list.count >= 1 << 28) return;  // the table's bytes would not fit 32 bits
+        if (list.count >= 1 << 27) return;  // the table's bytes would not fit 32 bits
         unsigned int capacity = 4 * kWalked;
         while (capacity * 3 < static_cast<unsigned int>(list.count) * 4) capacity *= 2;
         table = store.NewTable(capacity);
