@@ -118,6 +118,13 @@ TEST_F(KwpackTest, DamageIsSaidByEntry) {
     Put("p.pack", lies);
     ExpectDamaged("p.pack", "it is no list of names");
     EXPECT_EQ(Json::parse(Run("verify p.pack --json").out)["faults"].size(), 1u);
+    // More names than entries: a bomb, where the list is compressed.
+    PackWriter bomb(Path("bomb.pack"));
+    std::vector<unsigned char> list = WriteNames({});
+    list.resize(1 << 20);
+    bomb.Add(HashName(kNamesEntry), MakeBody(kNamesEntry, list, PackMethod::kAuto, 7));
+    bomb.Commit(false);
+    ExpectDamaged("bomb.pack", "it is no list of names");
     if (!KwNrv2bAvailable()) return;
     // A bit of a compressed body.
     std::string bytes = whole;

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "Kw/Res/KwNrv2b.h"
 #include "common/PathText.h"
 #include "common/Progress.h"
 #include "common/ToolError.h"
@@ -39,7 +40,9 @@ std::vector<Source> FindFiles(const std::string& folder) {
         if (!entry.is_regular_file()) throw ToolError(shown + " is no file that can be packed, or a link to a folder");
         const std::string why = WhyBadName(name);
         if (!why.empty()) throw ToolError(shown + " cannot be packed: " + why);
-        sources.push_back({name, entry.path(), entry.file_size(), HashName(name)});
+        const std::uint64_t size = entry.file_size();
+        if (size > kNrv2bMaxSize) throw ToolError(shown + " cannot be packed: it is too large");
+        sources.push_back({name, entry.path(), size, HashName(name)});
     }
     if (sources.empty()) throw ToolError(folder + ": the folder has no files, and a pack has at least one");
     std::sort(sources.begin(), sources.end(), [](const Source& a, const Source& b) { return a.name < b.name; });
@@ -63,7 +66,7 @@ void RefuseSameHash(const std::vector<Source>& sources, bool names) {
 
 Bytes ReadSource(const Source& source) {
     std::ifstream stream(source.path, std::ios::binary);
-    Bytes data(static_cast<std::size_t>(std::min<std::uint64_t>(source.size, SIZE_MAX / 2)));
+    Bytes data(static_cast<std::size_t>(source.size));
     stream.read(reinterpret_cast<char*>(data.data()), static_cast<std::streamsize>(data.size()));
     if (!stream || stream.peek() != std::ifstream::traits_type::eof()) {
         throw ToolError(ToText(source.path) + ": the file cannot be read, or changes meanwhile");

@@ -65,8 +65,8 @@ void Pack::ReadNameList() {
         KwBuffer content;
         std::vector<std::string> list;
         if (Read(*own, content, namesFault_)) {
-            const unsigned char* bytes = content.GetData();
-            hasNames_ = ReadNames({bytes, bytes + content.GetUsed()}, list);
+            const auto most = static_cast<std::size_t>(pack_.GetItemCount());
+            hasNames_ = ReadNames(content.GetData(), content.GetUsed(), most, list);
             if (!hasNames_) namesFault_ = "it is no list of names";
         }
         for (std::string& name : list) {

@@ -1,5 +1,6 @@
 #include "kwpack/PackNames.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -57,12 +58,14 @@ std::vector<unsigned char> WriteNames(const std::vector<std::string>& names) {
     return bytes;
 }
 
-bool ReadNames(const std::vector<unsigned char>& bytes, std::vector<std::string>& names) {
+bool ReadNames(const unsigned char* bytes, std::size_t size, std::size_t most, std::vector<std::string>& names) {
     names.clear();
-    if (bytes.size() < kHeadSize || std::memcmp(bytes.data(), kHead, kHeadSize) != 0) return false;
-    if (bytes.size() > kHeadSize && bytes.back() != 0) return false;
-    for (std::size_t at = kHeadSize; at < bytes.size(); at += names.back().size() + 1) {
-        names.emplace_back(reinterpret_cast<const char*>(bytes.data()) + at);
+    if (size < kHeadSize || std::memcmp(bytes, kHead, kHeadSize) != 0) return false;
+    if (bytes[size - 1] != (size > kHeadSize ? 0 : '\n')) return false;
+    // A few bytes of a pack can unpack to millions of names.
+    if (static_cast<std::size_t>(std::count(bytes, bytes + size, 0)) > most) return false;
+    for (std::size_t at = kHeadSize; at < size; at += names.back().size() + 1) {
+        names.emplace_back(reinterpret_cast<const char*>(bytes) + at);
     }
     return true;
 }

@@ -18,8 +18,9 @@ std::string HashText(unsigned int hash);
 std::string WhyBadName(const std::string& name);
 
 std::vector<unsigned char> WriteNames(const std::vector<std::string>& names);
-// False when the bytes are no such list. What is read from a damaged pack may be any text.
-bool ReadNames(const std::vector<unsigned char>& bytes, std::vector<std::string>& names);
+// False when the bytes are no such list, or one of more than `most` names. What is read from a damaged pack may be any
+// text.
+bool ReadNames(const unsigned char* bytes, std::size_t size, std::size_t most, std::vector<std::string>& names);
 
 // For people and terminals: control characters and quotes as \xNN.
 std::string Printable(const std::string& name);
