@@ -40,6 +40,15 @@ set(kw_internal
   KwMemoryBlock
   KwMemoryState
   KwModuleChain
+  KwNetAsio
+  KwNetClientWork
+  KwNetFrame
+  KwNetIo
+  KwNetLink
+  KwNetLoop
+  KwNetServerWork
+  KwNetTls
+  KwNetWork
   KwNrv2b
   KwPackCache
   KwPackIndex

@@ -1,0 +1,5 @@
+#include "Kw/Platform/KwPlatformSocket.h"
+
+bool KwPlatform::RebindNeedsReuse() {
+    return true;
+}
