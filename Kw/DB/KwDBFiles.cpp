@@ -60,12 +60,18 @@ public:
     bool Remove(const std::string& path) override { return KwPlatform::FileRemove(path.c_str()); }
     bool MakeFolder(const std::string& path) override {
         if (KwPlatform::FolderExists(path.c_str())) return true;
-        for (std::size_t at = 1; at < path.size(); ++at) {
-            if (path[at] != '\\' && path[at] != '/') continue;
+        std::size_t parent = 0;  // the length of its path
+        for (std::size_t at = 1; at <= path.size(); ++at) {
+            if (at != path.size() && path[at] != '\\' && path[at] != '/') continue;
             const std::string part = path.substr(0, at);
-            if (!KwPlatform::FolderExists(part.c_str())) KwPlatform::FolderCreate(part.c_str());
+            if (!KwPlatform::FolderExists(part.c_str()) && KwPlatform::FolderCreate(part.c_str())) {
+                // What will be flushed in the new folder is lost with its name. Where the parent may not be read, the
+                // system has to do.
+                KwPlatform::FolderSync(parent == 0 ? path.substr(0, 1).c_str() : path.substr(0, parent).c_str());
+            }
+            parent = at;
         }
-        return KwPlatform::FolderExists(path.c_str()) || KwPlatform::FolderCreate(path.c_str());
+        return KwPlatform::FolderExists(path.c_str());
     }
     bool List(const std::string& folder, std::vector<std::string>& names) override {
         return KwPlatform::FolderList(

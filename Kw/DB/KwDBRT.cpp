@@ -43,6 +43,7 @@ bool CKwDBRT::Open(int maxRecord, const std::string& directory, const std::strin
         return KwLogSystem::PushRes("open database %s error: no such place", name.c_str());
     }
     maxRecord_ = std::max(maxRecord, 0);
+    writer_->DropQueued();
     pool_.Init(static_cast<unsigned int>(maxRecord_));
     KwDBRTNames names;
     names.Init(full, name);
@@ -91,6 +92,8 @@ void CKwDBRT::Close() {
         open_.store(false);
         writer_->End();
     }
+    // Also changes made where Open had failed.
+    if (writer_ != nullptr) writer_->DropQueued();
     GiveObjectsBack();
 }
 
@@ -192,7 +195,7 @@ bool CKwDBRT::RemoveObject(const std::string& name) {
 bool CKwDBRT::Remove(CKwDBRTObject* object) {
     if (object == nullptr || !CanRemoveObject(object)) return false;
     ids_.Remove(object->id_);
-    if (names_ != nullptr && NameIsKey()) names_->Remove(MakeKey(object->name_), object);
+    if (names_ != nullptr) names_->Remove(MakeKey(object->name_), object);
     object->OnRemoveObject();
     if (object->GetRef() > 1) {
         const std::lock_guard<KwStaticLock> removed(g_removedLock);

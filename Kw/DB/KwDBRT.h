@@ -143,6 +143,7 @@ public:
     void RestoreLogin();
     void RestoreCommit();
     void RestoreTime();
+    // All records, in their order; changes with the next LoadLog.
     const std::vector<KwDBRTAction>& GetActions() const { return actions_; }
 
     // The path of data file `number` with that extension; `out` has room for 1024 bytes.

@@ -46,7 +46,11 @@ std::size_t Overlap(const std::string& tail, const std::string& all) {
 // The last `size` bytes of the copy or the text log, which may reach into their earlier files.
 bool KwDBRTWriter::ReadTail(const Log& log, std::size_t size, std::string& tail) {
     std::vector<std::string> paths;
-    for (const unsigned int number : names_.ListEarlier(*files_, log.extension)) {
+    std::vector<unsigned int> numbers;
+    if (!names_.ListEarlier(*files_, log.extension, numbers)) {
+        return KwLogSystem::PushRes("read folder %s error", names_.GetDirectory().c_str());
+    }
+    for (const unsigned int number : numbers) {
         paths.push_back(names_.GetFile(log.extension, static_cast<int>(number)));
     }
     if (files_->Exists(log.path)) paths.push_back(log.path);

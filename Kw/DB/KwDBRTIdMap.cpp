@@ -28,7 +28,9 @@ bool KwDBRTIdMap::Add(double id, CKwDBRTObject* object) {
     if ((slots_ == nullptr || count_ >= (mask_ + 1) / 8 * 5) && !Grow()) return false;
     const std::uint64_t key = Key(id);
     std::size_t at = Home(key);
-    while (slots_[at].object != nullptr) at = (at + 1) & mask_;
+    for (; slots_[at].object != nullptr; at = (at + 1) & mask_) {
+        if (slots_[at].key == key) return false;
+    }
     slots_[at] = {key, object};
     ++count_;
     return true;

@@ -27,7 +27,7 @@ public:
     void Prefetch(double id) const {
         if (count_ != 0) __builtin_prefetch(&slots_[Home(Key(id))]);
     }
-    // Adds an object under an id that is free. False when memory is out.
+    // Adds an object. False when the id is taken or memory is out.
     bool Add(double id, CKwDBRTObject* object);
     // Takes the object out and returns it; null when there is none.
     CKwDBRTObject* Remove(double id);

@@ -55,7 +55,11 @@ bool CKwDBRT::LoadInfo() {
     KwDBFiles& files = writer_->GetFiles();
     const KwDBRTNames& names = writer_->GetNames();
     std::vector<std::string> paths;
-    for (const unsigned int number : names.ListAside(files)) paths.push_back(names.GetAside(number));
+    std::vector<unsigned int> aside;
+    if (!names.ListAside(files, aside)) {
+        return KwLogSystem::PushRes("read folder %s error", names.GetDirectory().c_str());
+    }
+    for (const unsigned int number : aside) paths.push_back(names.GetAside(number));
     if (files.Exists(journalPath_)) paths.push_back(journalPath_);
     int count = 0;
     std::uint64_t records = 0;
@@ -105,7 +109,8 @@ bool CKwDBRT::Checkpoint() {
     std::uint64_t records = 0;
     {
         const Guard pass(writer_->GetLock());
-        if (!writer_->PassAll()) return false;
+        // One pass: with threads that go on queueing, the queue may never be empty.
+        if (!writer_->Pass()) return false;
         records = writer_->GetUncommitted();
         if (records == 0) return true;
         if (!writer_->SetAside()) return false;

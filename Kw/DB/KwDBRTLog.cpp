@@ -15,11 +15,17 @@ void CKwDBRT::LoadLog() {
     actions_.clear();
     const KwDBRTNames& names = writer_->GetNames();
     std::vector<std::string> paths;
-    for (const unsigned int number : names.ListEarlier(writer_->GetFiles(), "logdat")) {
+    std::vector<unsigned int> numbers;
+    const std::string last = names.GetFile("logdat");
+    if (!names.ListEarlier(writer_->GetFiles(), "logdat", numbers)) {
+        logLoaded_ = false;
+        KwLogSystem::Push("open file %s error", last.c_str());
+        return;
+    }
+    for (const unsigned int number : numbers) {
         paths.push_back(names.GetFile("logdat", static_cast<int>(number)));
     }
     // Right after one file was full, the next has not begun.
-    const std::string last = names.GetFile("logdat");
     if (paths.empty() || writer_->GetFiles().Exists(last)) paths.push_back(last);
     std::uint64_t base = 0;
     bool started = false;
@@ -70,16 +76,19 @@ void CKwDBRT::LogActions(const std::vector<KwDBRTAction>& actions, bool withActi
 }
 
 void CKwDBRT::RestoreLogin() {
+    const std::lock_guard<KwLock> guard(writer_->GetLock());
     if (!logLoaded_) LoadLog();
     LogActions(logins_, false);
 }
 
 void CKwDBRT::RestoreCommit() {
+    const std::lock_guard<KwLock> guard(writer_->GetLock());
     if (!logLoaded_) LoadLog();
     LogActions(commits_, false);
 }
 
 void CKwDBRT::RestoreTime() {
+    const std::lock_guard<KwLock> guard(writer_->GetLock());
     if (!logLoaded_) LoadLog();
     LogActions(actions_, true);
 }

@@ -17,18 +17,18 @@ std::string KwDBRTNames::GetFile(const char* extension, int number) const {
     return path;
 }
 
-std::vector<unsigned int> KwDBRTNames::ListAside(KwDBFiles& files) const {
-    return ListNumbers(files, name_ + ".info.");
+bool KwDBRTNames::ListAside(KwDBFiles& files, std::vector<unsigned int>& numbers) const {
+    return ListNumbers(files, name_ + ".info.", numbers);
 }
 
-std::vector<unsigned int> KwDBRTNames::ListEarlier(KwDBFiles& files, const char* extension) const {
-    return ListNumbers(files, name_ + "." + extension + "_");
+bool KwDBRTNames::ListEarlier(KwDBFiles& files, const char* extension, std::vector<unsigned int>& numbers) const {
+    return ListNumbers(files, name_ + "." + extension + "_", numbers);
 }
 
-std::vector<unsigned int> KwDBRTNames::ListNumbers(KwDBFiles& files, const std::string& before) const {
+bool KwDBRTNames::ListNumbers(KwDBFiles& files, const std::string& before, std::vector<unsigned int>& numbers) const {
     std::vector<std::string> names;
-    std::vector<unsigned int> numbers;
-    files.List(directory_, names);
+    numbers.clear();
+    if (!files.List(directory_, names)) return false;
     for (const std::string& name : names) {
         if (name.compare(0, before.size(), before) != 0) continue;
         const char* end = name.data() + name.size();
@@ -39,5 +39,5 @@ std::vector<unsigned int> KwDBRTNames::ListNumbers(KwDBFiles& files, const std::
         }
     }
     std::sort(numbers.begin(), numbers.end());
-    return numbers;
+    return true;
 }

@@ -30,12 +30,13 @@ public:
     // the text log's "log".
     std::string GetFile(const char* extension, int number = 0) const;
 
-    // The numbers of the journals aside, and of the earlier files of "logdat" or "log", ascending.
-    std::vector<unsigned int> ListAside(KwDBFiles& files) const;
-    std::vector<unsigned int> ListEarlier(KwDBFiles& files, const char* extension) const;
+    // The numbers of the journals aside, and of the earlier files of "logdat" or "log", ascending. False, with nothing
+    // logged, when the directory cannot be read: then nobody may act as if there were none.
+    [[nodiscard]] bool ListAside(KwDBFiles& files, std::vector<unsigned int>& numbers) const;
+    [[nodiscard]] bool ListEarlier(KwDBFiles& files, const char* extension, std::vector<unsigned int>& numbers) const;
 
 private:
-    std::vector<unsigned int> ListNumbers(KwDBFiles& files, const std::string& before) const;
+    bool ListNumbers(KwDBFiles& files, const std::string& before, std::vector<unsigned int>& numbers) const;
 
     std::string directory_;
     std::string name_;

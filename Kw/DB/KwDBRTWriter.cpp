@@ -45,16 +45,15 @@ bool KwDBRTWriter::Begin(const KwDBRTNames& names) {
     written_.store(0, std::memory_order_release);
     dropped_.store(0, std::memory_order_release);
     standing_ = uncommitted_ = reserved_ = 0;
-    madeFile_ = trims_ = false;
+    trims_ = false;
+    // Those who made the files may not have flushed their names.
+    madeFile_ = true;
     return true;
 }
 
 void KwDBRTWriter::End() {
     TrimJournal();
-    while (KwBufferNode* node = pool_.PopUsed()) {
-        dropped_.fetch_add(1, std::memory_order_release);
-        Free(node);
-    }
+    DropQueued();
     for (Log* log : {&copy_, &text_}) {
         if (!log->bytes.empty()) KwLogSystem::Push("write file %s error", log->path.c_str());
         Shrink(log->bytes);
@@ -62,6 +61,13 @@ void KwDBRTWriter::End() {
     data_.Reset();
     files_->Unlock(directoryLock_);
     directoryLock_ = nullptr;
+}
+
+void KwDBRTWriter::DropQueued() {
+    while (KwBufferNode* node = pool_.PopUsed()) {
+        dropped_.fetch_add(1, std::memory_order_release);
+        Free(node);
+    }
 }
 
 void KwDBRTWriter::Free(KwBufferNode* node) {
@@ -95,7 +101,6 @@ void KwDBRTWriter::CloseFiles() {
 
 bool KwDBRTWriter::PassAll() {
     const std::lock_guard<KwLock> guard(lock_);
-    if (inPass_) return false;
     do {
         if (!Pass()) return false;
     } while (!pool_.Empty(true));
@@ -104,8 +109,7 @@ bool KwDBRTWriter::PassAll() {
 
 bool KwDBRTWriter::Pass() {
     const std::lock_guard<KwLock> guard(lock_);
-    if (IsFailed()) return false;
-    if (inPass_) return true;  // called from a hook
+    if (IsFailed() || inPass_) return false;
     int left = pool_.GetItemCount(true);
     if (left == 0 && copy_.bytes.empty() && text_.bytes.empty() && !data_.HasWaiting()) return true;
     inPass_ = true;
@@ -142,8 +146,8 @@ void KwDBRTWriter::Gather(KwBufferNode* node) {
     KwDBRTRecord record;
     const bool header = used >= KwDBRTRecord::kHeaderSize;
     // A payload of no bytes is written as it was queued.
-    const bool whole = KwDBRTRecord::Parse(data, used, record) == KwDBRTRecord::State::kWhole ||
-                       (header && record.type == KwDBRTRecord::kData);
+    const KwDBRTRecord::State state = KwDBRTRecord::Parse(data, used, record);
+    const bool whole = state == KwDBRTRecord::State::kWhole || (header && state == KwDBRTRecord::State::kLengthZero);
     if (!whole) {
         // A record buffer too small even for its header.
         dropped_.fetch_add(1, std::memory_order_release);
@@ -293,19 +297,21 @@ void KwDBRTWriter::LimitLog(Log& log) {
     // Under its number nobody flushes it any more.
     if (IsDurable() && !log.file->Sync()) return;
     log.file = nullptr;
-    const std::vector<unsigned int> earlier = names_.ListEarlier(*files_, log.extension);
+    std::vector<unsigned int> earlier;
+    bool ok = names_.ListEarlier(*files_, log.extension, earlier);
     const unsigned int number = earlier.empty() ? 1 : earlier.back() + 1;
-    const std::string path = names_.GetFile(log.extension, static_cast<int>(number));
-    if (!files_->Rename(log.path, path)) KwLogSystem::Push("rename file %s error", log.path.c_str());
+    ok = ok && files_->Rename(log.path, names_.GetFile(log.extension, static_cast<int>(number)));
+    if (!ok) KwLogSystem::Push("rename file %s error", log.path.c_str());
 }
 
 bool KwDBRTWriter::SetAside() {
     const std::lock_guard<KwLock> guard(lock_);
     if (!files_->Exists(journalPath_)) return true;
     TrimJournal();
-    const std::vector<unsigned int> aside = names_.ListAside(*files_);
+    std::vector<unsigned int> aside;
+    bool ok = names_.ListAside(*files_, aside);
     const std::string path = names_.GetAside(aside.empty() ? 1 : aside.back() + 1);
-    bool ok = files_->Rename(journalPath_, path);
+    ok = ok && files_->Rename(journalPath_, path);
     if (ok && files_->Open(journalPath_, true) == nullptr) {
         files_->Rename(path, journalPath_);
         ok = false;
@@ -320,7 +326,9 @@ void KwDBRTWriter::RemoveAside() {
     if (IsDurable() && !SyncLogs()) return;
     // Oldest first, each removal on the disk before the next: what is left after a crash must be the end of the
     // sequence, since replaying that once more leads to the same state.
-    for (const unsigned int number : names_.ListAside(*files_)) {
+    std::vector<unsigned int> aside;
+    if (!names_.ListAside(*files_, aside)) KwLogSystem::Push("read folder %s error", names_.GetDirectory().c_str());
+    for (const unsigned int number : aside) {
         const std::string path = names_.GetAside(number);
         if (!files_->Remove(path)) {
             KwLogSystem::Push("remove file %s error", path.c_str());

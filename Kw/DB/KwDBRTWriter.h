@@ -40,7 +40,10 @@ public:
     bool Begin(const KwDBRTNames& names);
     // Gives the lock file back and drops what is still queued.
     void End();
-    // Writes what is queued when the call begins. False when nothing could be written, or the database failed.
+    // Drops what is queued, with its data.
+    void DropQueued();
+    // Writes what is queued when the call begins. False when nothing could be written, when the database failed, and in
+    // a hook of a pass.
     bool Pass();
     // Passes until the queue is empty. False when it cannot be emptied.
     bool PassAll();
@@ -130,7 +133,7 @@ private:
     std::uint64_t uncommitted_ = 0;
     std::uint64_t reserved_ = 0;  // up to where room on the disk was set aside for the journal, or refused
     bool trims_ = false;          // some was set aside
-    bool madeFile_ = false;       // a name in the directory is new
+    bool madeFile_ = false;       // a name in the directory may be new
     bool journalDirty_ = false;
     bool inPass_ = false;
 };

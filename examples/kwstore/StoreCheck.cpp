@@ -78,9 +78,15 @@ bool StoreCheck::Run(StoreDB& db, std::string& out) {
     KwDBRTNames names;
     names.Init(db.GetFolder(), StoreDB::GetFileName());
     std::vector<std::string> paths;
-    for (const unsigned int number : names.ListAside(disk)) paths.push_back(names.GetAside(number));
+    std::vector<unsigned int> aside;
+    std::vector<unsigned int> earlier;
+    if (!names.ListAside(disk, aside) || !names.ListEarlier(disk, "logdat", earlier)) {
+        out += "the folder cannot be read\n";
+        return false;
+    }
+    for (const unsigned int number : aside) paths.push_back(names.GetAside(number));
     paths.push_back(names.GetJournal());
-    for (const unsigned int number : names.ListEarlier(disk, "logdat")) {
+    for (const unsigned int number : earlier) {
         paths.push_back(names.GetFile("logdat", static_cast<int>(number)));
     }
     paths.push_back(names.GetFile("logdat"));

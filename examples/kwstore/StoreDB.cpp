@@ -55,7 +55,8 @@ bool StoreDB::BeginDataAnew() {
     KwDBFiles& disk = *KwDBFiles::GetDisk();
     KwDBRTNames names;
     names.Init(folder_, GetFileName());
-    std::vector<unsigned int> numbers = names.ListEarlier(disk, "dat");
+    std::vector<unsigned int> numbers;
+    if (!names.ListEarlier(disk, "dat", numbers)) return KwLogSystem::PushRes("read folder %s error", folder_.c_str());
     if (numbers.empty()) return true;
     WalkObjects([](CKwDBRTObject* object) { static_cast<StoreObject*>(object)->place = {}; });
     if (!SaveSnapshot()) return false;

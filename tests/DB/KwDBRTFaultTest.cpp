@@ -318,6 +318,23 @@ TEST_F(KwDBRTFaultTest, ARefusedCommitKeepsTheJournalAside) {
     EXPECT_EQ(db.commitCount, -1);  // nothing to commit
 }
 
+// A queue that others fill as fast as it is written does not hold a checkpoint up.
+TEST_F(KwDBRTFaultTest, ACheckpointTakesWhatWasQueuedBefore) {
+    TextDB db;
+    ASSERT_TRUE(Open(db));
+    int more = 100;
+    db.onText = [&] {
+        EXPECT_FALSE(db.Checkpoint());  // in the middle of a pass
+        if (--more > 0) db.Set(2, "more");
+    };
+    db.Set(1, "a");
+    EXPECT_TRUE(db.Checkpoint());
+    EXPECT_EQ(more, 99);
+    EXPECT_EQ(db.commitCount, 1);
+    db.Close();
+    EXPECT_EQ(more, 0);
+}
+
 // The journal is cut at every byte of its last three records, and each byte of it is flipped.
 TEST_F(KwDBRTFaultTest, ADamagedJournalIsRefusedAndLeftAlone) {
     const std::string event = [this] {

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "../Res/KwResFixture.h"
@@ -38,11 +39,17 @@ public:
     int commitCount = -1;  // of the last OnCommit
     std::vector<std::string> replayed;
     std::function<void()> onCommit;
+    std::function<void()> onText;  // while a pass writes a record
+    std::function<void()> onAdd;   // before an object is added
 
     ~TextDB() { Close(); }
 
     bool NameIsKey() override { return keyNames; }
     bool CheckNameIsLowUp() override { return lowNames; }
+    bool CanAddObject(CKwDBRTObject*) override {
+        if (onAdd) std::exchange(onAdd, nullptr)();
+        return true;
+    }
 
     TextObject* Get(double id) { return static_cast<TextObject*>(FindObject(id)); }
     TextObject* Make(double id) {
@@ -109,6 +116,7 @@ protected:
     }
     void OnDecryptLog(double, unsigned char* payload, int length, KwFile& log) override {
         log.WriteF("text=%.*s", length, reinterpret_cast<char*>(payload));
+        if (onText) onText();
     }
 };
 

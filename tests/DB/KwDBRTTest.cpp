@@ -24,6 +24,9 @@ TEST_F(KwDBRTTest, IdsFollowTheLastAndAreKeptApart) {
     EXPECT_EQ(db.AddObject("c", -0.0)->GetId(), 11);
     EXPECT_EQ(db.FindObject("a"), nullptr);
     EXPECT_EQ(db.FindObject(10)->GetName(), "b");
+    db.onAdd = [&db] { EXPECT_EQ(db.AddObject("within", 0)->GetId(), 12); };
+    EXPECT_EQ(db.AddObject("late", 0), nullptr);  // the hook took its id
+    EXPECT_EQ(db.FindObject(12)->GetName(), "within");
     EXPECT_TRUE(TakeLog().empty());
     const double inf = std::numeric_limits<double>::infinity();
     for (const double id : {-1.0, 0.5, std::nan(""), inf, -inf}) {
@@ -327,6 +330,8 @@ TEST_F(KwDBRTTest, OddRecordsAreRefusedOrKeptAsTheyAre) {
     EXPECT_FALSE(Open(db));
     EXPECT_EQ(LogLine(), "load journal " + Inner("t.info") + " error offset:4109, the record has no payload");
     EXPECT_NE(db.Get(1), nullptr);  // what stood before is applied
+    EXPECT_TRUE(db.Set(1, "queued where nobody writes", true));
+    db.Close();
     // Buffers too small for a record, and no buffers at all.
     for (const int size : {0, -5, 3, 13, 20, 36}) {
         std::filesystem::remove(folder_ / "t.info");

@@ -44,6 +44,7 @@ public:
     }
     bool MakeFolder(const std::string&) override { return true; }
     bool List(const std::string& folder, std::vector<std::string>& out) override {
+        if (Fails()) return false;
         for (const auto& [path, node] : names) out.push_back(path.substr(folder.size()));
         return true;
     }

@@ -10,23 +10,29 @@ Database::Database(const std::string& directory, const std::string& name, KwDBFi
     // With the separator that the person uses: the paths are printed.
     const bool separated = !directory.empty() && (directory.back() == '/' || directory.back() == '\\');
     names_.Init(separated ? directory : directory + "/", name);
-    std::vector<std::string> entries;
-    if (!files_.List(directory, entries)) throw ToolError(directory + ": the folder cannot be read");
     if (ListJournals().empty() && ListLog("logdat").empty() && ListLog("log").empty() && ListData().empty()) {
         throw ToolError(directory + ": no database \"" + name + "\" there");
     }
 }
 
+void Database::ThrowUnread() const {
+    throw ToolError(names_.GetDirectory() + ": the folder cannot be read");
+}
+
 std::vector<std::string> Database::ListJournals() const {
     std::vector<std::string> paths;
-    for (const unsigned int number : names_.ListAside(files_)) paths.push_back(names_.GetAside(number));
+    std::vector<unsigned int> numbers;
+    if (!names_.ListAside(files_, numbers)) ThrowUnread();
+    for (const unsigned int number : numbers) paths.push_back(names_.GetAside(number));
     if (files_.Exists(names_.GetJournal())) paths.push_back(names_.GetJournal());
     return paths;
 }
 
 std::vector<std::string> Database::ListLog(const char* extension) const {
     std::vector<std::string> paths;
-    for (const unsigned int number : names_.ListEarlier(files_, extension)) {
+    std::vector<unsigned int> numbers;
+    if (!names_.ListEarlier(files_, extension, numbers)) ThrowUnread();
+    for (const unsigned int number : numbers) {
         paths.push_back(names_.GetFile(extension, static_cast<int>(number)));
     }
     if (files_.Exists(names_.GetFile(extension))) paths.push_back(names_.GetFile(extension));
@@ -35,8 +41,10 @@ std::vector<std::string> Database::ListLog(const char* extension) const {
 
 std::vector<int> Database::ListData() const {
     std::vector<int> numbers;
+    std::vector<unsigned int> later;
     if (files_.Exists(names_.GetFile("dat"))) numbers.push_back(0);
-    for (const unsigned int number : names_.ListEarlier(files_, "dat")) numbers.push_back(static_cast<int>(number));
+    if (!names_.ListEarlier(files_, "dat", later)) ThrowUnread();
+    for (const unsigned int number : later) numbers.push_back(static_cast<int>(number));
     return numbers;
 }
 

@@ -31,6 +31,8 @@ public:
     std::uint64_t GetSize(const std::vector<std::string>& paths) const;
 
 private:
+    [[noreturn]] void ThrowUnread() const;
+
     KwDBFiles& files_;
     KwDBRTNames names_;
 };
