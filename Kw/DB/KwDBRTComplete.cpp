@@ -23,12 +23,29 @@ bool AppendFile(KwDBFile& file, std::uint64_t from, std::string& out) {
     return file.Read(from, out.data() + before, out.size() - before) == out.size() - before;
 }
 
+constexpr std::size_t kEnd = 64;  // bytes of an end that are looked for first
+
+// Whether the first `length` bytes of `all` stand at `at` of `tail`. How they begin mostly tells.
+bool HasAt(const std::string& tail, std::size_t at, const std::string& all, std::size_t length) {
+    const std::size_t first = std::min(length, kEnd);
+    return tail.compare(at, first, all, 0, first) == 0 &&
+           tail.compare(at + first, length - first, all, first, length - first) == 0;
+}
+
+// The last place in `tail` where all of `all` stands, found by its end.
+std::size_t FindLast(const std::string& tail, const std::string& all) {
+    const std::string end = all.substr(all.size() - std::min(all.size(), kEnd));
+    const std::size_t before = all.size() - end.size();
+    std::size_t at = tail.rfind(end);
+    while (at != std::string::npos && at >= before && !HasAt(tail, at - before, all, all.size())) {
+        at = at == 0 ? std::string::npos : tail.rfind(end, at - 1);
+    }
+    return at == std::string::npos || at < before ? std::string::npos : at - before;
+}
+
 // The length of the longest prefix of `all` with which `tail` ends.
 std::size_t Overlap(const std::string& tail, const std::string& all) {
-    constexpr std::size_t kEnd = 64;  // bytes at the end of the tail that are looked for first
-    const auto fits = [&](std::size_t length) {
-        return tail.compare(tail.size() - length, length, all, 0, length) == 0;
-    };
+    const auto fits = [&](std::size_t length) { return HasAt(tail, tail.size() - length, all, length); };
     const std::size_t most = std::min(tail.size(), all.size());
     if (most >= kEnd) {
         const std::string end = tail.substr(tail.size() - kEnd);
@@ -104,7 +121,7 @@ bool KwDBRTWriter::CompleteLog(const Log& log, bool isText, bool hasData, std::s
     }
     if (tail.empty() && all.empty()) return true;
     const std::size_t zeros = tail.size() - 1 - tail.find_last_not_of('\0');
-    const std::size_t found = all.empty() ? std::string::npos : tail.rfind(all);
+    const std::size_t found = all.empty() ? std::string::npos : FindLast(tail, all);
     std::uint64_t cut = 0;
     std::size_t there = all.size();
     if (found != std::string::npos) {
