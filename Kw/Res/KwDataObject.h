@@ -23,6 +23,7 @@
 #include <type_traits>
 
 #include "Kw/Res/KwDataObjectItem.h"
+#include "Kw/Res/KwDataRange.h"
 #include "Kw/Res/KwDataSlab.h"
 #include "Kw/Res/KwParseError.h"
 
@@ -91,6 +92,14 @@ public:
     int GetMemberSize() const;  // named entries
     int GetArraySize() const;   // numbered entries
 
+    // Walk all entries, names in the order of their bytes and numbers ascending, without changing any: a reference
+    // is still one there, see KwDSItem::GetReference. Each is a pair:
+    //     for (const auto& [name, item] : document.Named()) ...   // const std::string&, const KwDSItem&
+    //     for (const auto& [index, item] : document.Indexed()) ...
+    // A walk takes no memory. It goes on over entries that are added or changed meanwhile; Clear ends it.
+    auto Named() const { return KwDataRange(members_.begin(), members_.end()); }
+    auto Indexed() const { return KwDataRange(indexed_.begin(), indexed_.end()); }
+
     // Prints the document to standard output, its headings to the log.
     void ShowDebug();
 
@@ -108,7 +117,7 @@ private:
         }
     };
     using Members = std::map<std::string, KwDSItem, NameLess, KwDataAllocator<std::pair<const std::string, KwDSItem>>>;
-    using Indexed = std::map<int, KwDSItem, std::less<>, KwDataAllocator<std::pair<const int, KwDSItem>>>;
+    using IndexMap = std::map<int, KwDSItem, std::less<>, KwDataAllocator<std::pair<const int, KwDSItem>>>;
     struct NoBuffer {};
     // The key of the statement that is being stored. 64-bit builds share one buffer per load.
     using KeyBuffer = std::conditional_t<sizeof(void*) == 4, std::array<char, 1024>, NoBuffer>;
@@ -118,7 +127,7 @@ private:
     KwDSItem* Find(std::string_view name);
 
     Members members_;
-    Indexed indexed_;
+    IndexMap indexed_;
     [[no_unique_address]] KeyBuffer keyBuffer_;
     // Not part of the stated layout from here on.
     std::unique_ptr<KwParseError> error_;  // of the last load, if it failed

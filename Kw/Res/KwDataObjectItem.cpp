@@ -247,6 +247,12 @@ const KwWChar* KwDSItem::GetWString(int* len, const KwWChar* def) {
     return value_.cell.wide != nullptr ? value_.cell.wide : KW_W("");
 }
 
+const char* KwDSItem::GetReference(int* len) const {
+    const bool own = type_ == DSTYPE_REFERENCE;
+    if (len != nullptr) *len = own ? static_cast<int>(value_.cell.length) : 0;
+    return own ? Text() : nullptr;
+}
+
 // A path may run into other references, which are resolved in turn and not within each other: a chain
 // of any length takes no stack, and one that bites its tail ends, since each step clears a reference.
 void KwDSItem::Commit() {

@@ -26,7 +26,7 @@ enum DSTYPE : int {
     DSTYPE_WSTRING = 5,
     DSTYPE_OBJECT = 6,     // a nested KwDS
     DSTYPE_TABLE = 7,      // a KwTable
-    DSTYPE_REFERENCE = 8,  // "$path"; no look-up ever hands one out
+    DSTYPE_REFERENCE = 8,  // "$path"; no look-up ever hands one out, only a walk
 };
 
 class KW_API KwDSItem {
@@ -83,6 +83,10 @@ public:
     // The nested document or table, which the item keeps; null for other types.
     KwDS* GetStruct() const { return type_ == DSTYPE_OBJECT ? value_.cell.document : nullptr; }
     KwTable* GetTable() const { return type_ == DSTYPE_TABLE ? value_.cell.table : nullptr; }
+
+    // The path of a reference from its `$` on, and its length; null for other types. Only the walk of a document
+    // (KwDS::Named, Indexed) meets references.
+    const char* GetReference(int* len) const;
 
     // Resolves a reference: its path is walked from the owner, and the item becomes INT 0 whatever is found,
     // as does every reference that the path runs into. Nothing for other types.

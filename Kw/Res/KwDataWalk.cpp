@@ -246,10 +246,10 @@ private:
     struct Frame {
         KwDS* document = nullptr;
         bool inMembers = false;  // else in the numbered entries
-        KwDS::Indexed::iterator indexed;
+        KwDS::IndexMap::iterator indexed;
         KwDS::Members::iterator member;
         KwTable* table = nullptr;
-        KwTable::Rows::iterator row;
+        KwTable::RowMap::iterator row;
         KwTable::Row::iterator cell;
     };
 

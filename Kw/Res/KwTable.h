@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "Kw/Res/KwDataObjectItem.h"
+#include "Kw/Res/KwDataRange.h"
 #include "Kw/Res/KwDataSlab.h"
 #include "Kw/Res/KwParseError.h"
 
@@ -48,6 +49,12 @@ public:
     int GetRowNum() const { return rowCount_; }
     int GetColumnNum() const { return columnCount_; }
 
+    // Walks the rows that have cells, from the first one, and the cells of each:
+    //     for (const auto& [row, cells] : table.Rows())
+    //         for (const auto& [column, item] : cells) ...   // int, const KwDSItem&
+    // It takes no memory and changes nothing.
+    auto Rows() const { return KwDataRange(rows_.begin(), rows_.end()); }
+
     // The cell, null when there is none.
     KwDSItem* GetItem(int row, int col);
 
@@ -80,7 +87,7 @@ private:
     friend class KwDataWalk;
 
     using Row = std::map<int, KwDSItem, std::less<>, KwDataAllocator<std::pair<const int, KwDSItem>>>;
-    using Rows = std::map<int, Row, std::less<>, KwDataAllocator<std::pair<const int, Row>>>;
+    using RowMap = std::map<int, Row, std::less<>, KwDataAllocator<std::pair<const int, Row>>>;
 
     KwDSItem* MakeItem(int row, int col);
     template <typename Set>
@@ -91,7 +98,7 @@ private:
 
     int rowCount_ = 0;
     int columnCount_ = 0;
-    Rows rows_;
+    RowMap rows_;
     // Not part of the stated layout from here on.
     KwTable* nextDead_ = nullptr;          // see KwDataWalk::Destroy
     std::unique_ptr<KwParseError> error_;  // of the last load, if it failed
