@@ -3,7 +3,9 @@
 #include "common/Terminal.h"
 
 bool IsTerminal(Stream stream) {
-    return isatty(stream == Stream::kOutput ? STDOUT_FILENO : STDERR_FILENO) != 0;
+    static_assert(STDIN_FILENO == static_cast<int>(Stream::kInput) &&
+                  STDERR_FILENO == static_cast<int>(Stream::kError));
+    return isatty(static_cast<int>(stream)) != 0;
 }
 
 // A terminal's letters are its user's choice.

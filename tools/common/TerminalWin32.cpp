@@ -10,7 +10,10 @@
 bool IsTerminal(Stream stream) {
     // Asks for a console: the null device would pass for a terminal otherwise.
     DWORD mode = 0;
-    return GetConsoleMode(GetStdHandle(stream == Stream::kOutput ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE), &mode) != 0;
+    const DWORD handle = stream == Stream::kInput    ? STD_INPUT_HANDLE
+                         : stream == Stream::kOutput ? STD_OUTPUT_HANDLE
+                                                     : STD_ERROR_HANDLE;
+    return GetConsoleMode(GetStdHandle(handle), &mode) != 0;
 }
 
 void UseUtf8() {
@@ -21,5 +24,5 @@ void UseUtf8() {
 }
 
 void SetBinary(Stream stream) {
-    _setmode(_fileno(stream == Stream::kOutput ? stdout : stderr), _O_BINARY);
+    _setmode(_fileno(stream == Stream::kInput ? stdin : stream == Stream::kOutput ? stdout : stderr), _O_BINARY);
 }
