@@ -158,6 +158,7 @@ void KwEventTimeUnit::Walk(EVTIMETYPE type) {
             // ends, else it comes to what was appended. Handlers of appended events could keep that up for ever.
             const bool isLast = call.event == events_.tail.prev;
             Fire(type, call);
+            soonest_ = 1;  // a pass inside the handler found out for itself, and this one goes on counting
             if (isLast) return;
             if (i < before) end = left_.size();
         }

@@ -236,6 +236,19 @@ TEST_F(KwEventTimeTest, APassInsideAPassCountsEveryEvent) {
     EXPECT_EQ(Seconds(1), "s1 s2 s3");
 }
 
+// What the inner pass knows of the next firing, the rest of the outer one brings nearer.
+TEST_F(KwEventTimeTest, AQuietPassInsideAPassHidesNoEvent) {
+    Add(EVTIME_SECOND, 2, 1);
+    Add(EVTIME_SECOND, 6, 2);
+    target.inside = [&](unsigned int param) {
+        if (param != 1) return;
+        Add(EVTIME_SECOND, KwEventTime::kRemove, 1);
+        events.RunEventTime(EVTIME_SECOND);
+    };
+    EXPECT_EQ(Seconds(4), "s1");
+    EXPECT_EQ(Seconds(1), "s2");
+}
+
 TEST_F(KwEventTimeTest, WhatLeavesAHandlerDoesNotEndTheWalk) {
     const unsigned int before = KwOS::GetExceptionCount();
     Add(EVTIME_SECOND, 1, 1);
