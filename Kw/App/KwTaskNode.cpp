@@ -28,7 +28,7 @@ constinit KwStaticLock g_lock;  // guards the two lists, and the change of a nod
 constinit Ending* g_endings = nullptr;
 constinit Waiter* g_waiters = nullptr;
 
-constinit thread_local const KwTaskNode* t_running = nullptr;  // whose OnRunTask this thread is in
+constinit thread_local const KwTaskNode* t_running = nullptr;  // whose OnRunTask or OnAddTask this thread is in
 
 template <class Record>
 void Unlink(Record*& list, Record* record) {
@@ -75,7 +75,10 @@ void KwTaskNode::AddTask() {
         if (GetState() != kIdle) return;
         state_.store(kActive, std::memory_order_release);
     }
+    const KwTaskNode* outer = t_running;
+    t_running = this;
     KwGuardedCall("OnAddTask of a task", nullptr, [this] { OnAddTask(); });
+    t_running = outer;
 }
 
 void KwTaskNode::DestroyTask() {

@@ -24,7 +24,7 @@ class Node : public KwTaskNode {
 public:
     explicit Node(const char* name, int steps = 1 << 30) : name_(name), left_(steps) {}
 
-    std::function<void()> onRun, onDestroy;
+    std::function<void()> onAdd, onRun, onDestroy;
     std::string states;  // as the hooks see them
 
 protected:
@@ -33,7 +33,10 @@ protected:
         if (onRun) onRun();
         return --left_ > 0;
     }
-    void OnAddTask() override { Note(" add"); }
+    void OnAddTask() override {
+        Note(" add");
+        if (onAdd) onAdd();
+    }
     void OnDestroyTask() override {
         Note(" destroyed");
         if (onDestroy) onDestroy();
@@ -94,6 +97,9 @@ TEST(KwTaskTest, AClosingNodeIsDestroyedAtItsTurn) {
     EXPECT_EQ(queue.Run(3), "-1;a destroyed;b run;-0;b destroyed;");
     EXPECT_EQ(a.states, "1o0-");
     EXPECT_EQ(a.GetState(), KwTaskNode::kIdle);
+    a.onAdd = [&a] { a.WaitCloseTask(kForever); };
+    queue.Post(&a);
+    EXPECT_EQ(queue.Run(1), "a add;+1;-0;a destroyed;");
 }
 
 TEST(KwTaskTest, HooksPostNodes) {
