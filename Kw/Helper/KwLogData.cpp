@@ -5,6 +5,7 @@
 #include <new>
 #include <type_traits>
 
+#include "Kw/KwGuardedCall.h"
 #include "Kw/KwModuleChain.h"
 #include "Kw/KwStaticLock.h"
 #include "Kw/Platform/KwPlatformClock.h"
@@ -152,14 +153,17 @@ void CLogData::CallHost(const char* format, va_list args) {
     STime* time = TakeTime() ? &time_ : nullptr;
     inCallback_ = true;
     const KwLogSystem::Callback callback = callback_.load(std::memory_order_relaxed);
-    if (IsNull(args)) {
-        callback(format, args, time);
-    } else {
+    // Lines are pushed from everywhere, and nobody there expects an exception of the host.
+    KwGuardedCall("the log callback", nullptr, [&] {
+        if (IsNull(args)) {
+            callback(format, args, time);
+            return;
+        }
         va_list copy;
         va_copy(copy, args);
         callback(format, copy, time);
         va_end(copy);
-    }
+    });
     inCallback_ = false;
 }
 

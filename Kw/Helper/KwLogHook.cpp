@@ -5,6 +5,7 @@
 
 #include "Kw/Helper/KwLogData.h"
 #include "Kw/Helper/KwLogToBuffer.h"
+#include "Kw/KwGuardedCall.h"
 
 void CBLogToBuffer::OnLost(unsigned int lines) {
     char text[64];
@@ -42,8 +43,10 @@ int KwLogSystem::CallHook() {
     const KwLogQueue::Lines* const lines = object == nullptr ? nullptr : state.BeginHookCall(lost);
     if (lines == nullptr) return 0;
     object->AddRef();  // it may unhook itself
-    const int count = lines->ForEach([object](const char* text, std::uint32_t size) { object->OnLog(text, size); });
-    if (lost != 0) object->OnLost(lost);
+    const int count = lines->ForEach([object](const char* text, std::uint32_t size) {
+        KwGuardedCall("OnLog of a log hook", nullptr, [&] { object->OnLog(text, size); });
+    });
+    if (lost != 0) KwGuardedCall("OnLost of a log hook", nullptr, [&] { object->OnLost(lost); });
     state.EndHookCall();
     object->Release();
     return count;

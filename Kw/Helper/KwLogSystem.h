@@ -19,7 +19,8 @@ class KW_API KwLogSystem {
 public:
     // Gets one line: the format, its arguments, and the local time (null without the time flag). `args` is
     // null when the format is ready text. Called under the log's lock: it must not wait for a thread that
-    // logs, and must not keep `args` or `time` beyond the call. What it pushes itself goes to the console.
+    // logs, and must not keep `args` or `time` beyond the call. What it pushes itself goes to the console, and so
+    // does a line about what it throws, which nobody else sees.
     using Callback = void (*)(const char* format, va_list args, STime* time);
 
     // Makes sure that the process has a console and routes the standard streams to it; a title that

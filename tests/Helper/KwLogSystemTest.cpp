@@ -9,6 +9,7 @@
 #include <map>
 #include <random>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -268,6 +269,16 @@ TEST_F(KwLogSystemTest, WhatACallbackPushesGoesToTheConsole) {
     EXPECT_EQ(Console([] { KwLogSystem::Push("outer"); }), "inner\n");
 }
 
+TEST_F(KwLogSystemTest, ACallbackThatThrowsIsCalledAgain) {
+    KwLogSystem::SetOutputLogCallback([](const char*, va_list, STime*) { throw std::runtime_error("full"); }, false);
+    const std::string line = "exception in the log callback: full\n";
+    EXPECT_EQ(Console([] {
+                  KwLogSystem::Push("outer");
+                  KwLogSystem::Push("%d", 2);
+              }),
+              line + line);
+}
+
 // The rest ----------------------------------------------------------------------------------------------------
 
 TEST_F(KwLogSystemTest, WriteLogWritesToBothAndToNeitherWithoutItsFile) {
@@ -355,6 +366,7 @@ public:
         lines.emplace_back(text, length);
         if (lines.back() == "echo") KwLogSystem::Push("answer");
         if (lines.back() == "unhook") KwLogSystem::UnHook();
+        if (lines.back() == "throw") throw std::runtime_error("thrown");
     }
     std::vector<std::string> lines;
 };
@@ -382,16 +394,17 @@ TEST_F(KwLogSystemTest, AHookedObjectMayUnhookItselfAndLostLinesAreTold) {
     Capture capture;
     Console([&] {
         KwLogSystem::Hook(&capture);
+        KwLogSystem::Push("throw");
         KwLogSystem::Push("unhook");
-        EXPECT_EQ(KwLogSystem::CallHook(), 1);
+        EXPECT_EQ(KwLogSystem::CallHook(), 2);
         EXPECT_EQ(capture.GetRef(), 1);
         KwLogSystem::Hook(&capture);
         const std::string large(9 << 20, 'x');
         for (int i = 0; i < 3; ++i) KwLogSystem::Push("%s", large.c_str());
         KwLogSystem::UnHook();
     });
-    ASSERT_EQ(capture.lines.size(), 3u);
-    EXPECT_EQ(capture.lines[2], "2 log lines lost");
+    ASSERT_EQ(capture.lines.size(), 4u);
+    EXPECT_EQ(capture.lines[3], "2 log lines lost");
 }
 
 }  // namespace
