@@ -90,7 +90,8 @@ bool KwLogService::Start(int bufferSize) {
         pooled_ = 0;
     }
     state_ = State::kStarted;
-    thread_ = KwOS::NewThread(this, &KwLogService::_OnWrite, nullptr);
+    // Without a reference: the last Release of the host ends the writer, too.
+    thread_ = KwOS::NewThread(_OnThread, this);
     if (thread_ == nullptr) state_ = State::kSetUp;
     return thread_ != nullptr;
 }
@@ -106,13 +107,6 @@ void KwLogService::Close() {
 }
 
 // Submitting --------------------------------------------------------------------------------------------------
-
-bool KwLogService::HasFile(int id) {
-    if (id == 0) return true;
-    if (state_ == State::kStarted) return files_.find(id) != files_.end();
-    const Guard guard(this);
-    return files_.find(id) != files_.end();
-}
 
 SKwLogServiceLine* KwLogService::TakeLine(unsigned int size) {
     unsigned int room;
@@ -163,6 +157,10 @@ bool KwLogService::Submit(int id, SKwLogServiceLine* line) {
     for (;;) {
         {
             const Guard guard(this);
+            if (id != 0 && files_.find(id) == files_.end()) {
+                GiveBack(line);
+                return false;
+            }
             if (state_ == State::kClosed) break;
             if (queued_ < queueLimit_) {
                 submitted_.Add(line);
@@ -179,7 +177,7 @@ bool KwLogService::Submit(int id, SKwLogServiceLine* line) {
 }
 
 bool KwLogService::Write(int id, const char* text, int length) {
-    if (text == nullptr || !HasFile(id)) return false;
+    if (text == nullptr) return false;
     const std::size_t size = length < 0 ? std::strlen(text) : static_cast<std::size_t>(length);
     SKwLogServiceLine* const line = size > 0x7FFFFFFFu ? nullptr : TakeLine(static_cast<unsigned int>(size));
     if (line == nullptr) {
@@ -200,7 +198,7 @@ bool KwLogService::WriteF(int id, const char* format, ...) {
 }
 
 bool KwLogService::WriteV(int id, const char* format, va_list args) {
-    if (format == nullptr || !HasFile(id)) return false;
+    if (format == nullptr) return false;
     SKwLogServiceLine* const line = TakeLine(0);
     if (line == nullptr) {
         ++dropped_;
@@ -220,11 +218,17 @@ bool KwLogService::WriteV(int id, const char* format, va_list args) {
 
 // The writer --------------------------------------------------------------------------------------------------
 
-void KwLogService::_OnWrite(bool& run, void*) {
+void KwLogService::_OnThread(bool& run, void* self) {
+    static_cast<KwLogService*>(self)->OnThread(run);
+}
+
+void KwLogService::OnThread(bool& run) {
     for (unsigned int pass = 1;; ++pass) {
         const bool running = std::atomic_ref<bool>(run).load(std::memory_order_acquire);
         const unsigned int most = linesPerPass_;
         const bool empty = Pass(running && most != 0 ? most : ~0u);
+        if (consoleHeld_) std::fflush(stdout);
+        consoleHeld_ = false;
         if (empty) FlushFiles();
         ReportDropped(!running);
         if (!running && empty) break;
@@ -288,8 +292,6 @@ bool KwLogService::OpenFile(File& file) {
 }
 
 void KwLogService::FlushFiles() {
-    if (consoleHeld_) std::fflush(stdout);
-    consoleHeld_ = false;
     for (auto& [id, file] : files_) {
         if (file.held) file.file.Flush();
         file.held = false;

@@ -8,8 +8,9 @@
 // with 0 each pass writes all that waits, up to the speed of the disk.
 // The queue is bounded (SetQueueLimit): what does not fit is dropped, counted and reported once a second by a line of
 // KwLogSystem; or the submitter waits for room, if SetWaitWhenFull says so.
-// Lines reach the system when the queue has been written out, and when their file is closed.
-// Thread-safety: Write, WriteF, WriteV and the counts from any thread; the rest from one at a time.
+// Lines of a file reach the system when the queue has been written out, and when the file is closed; those of the
+// console with each pass. Thread-safety: Write, WriteF, WriteV and the counts from any thread; the rest from one at a
+// time.
 #pragma once
 
 #include <atomic>
@@ -30,7 +31,7 @@ public:
     explicit KwLogService(const char* name);
     KwLogService(const KwLogService&) = delete;
     KwLogService& operator=(const KwLogService&) = delete;
-    // Closes.
+    // Closes. No thread may be in an operation any more.
     ~KwLogService() override;
 
     // The folder of the files, made with its parents when it is missing. False after Start, and for a path that cannot
@@ -90,7 +91,8 @@ private:
         SKwLogServiceLine* Take();
     };
 
-    void _OnWrite(bool& run, void* param);
+    static void _OnThread(bool& run, void* self);
+    void OnThread(bool& run);
     bool Pass(unsigned int most);
     void WriteLine(const SKwLogServiceLine& line);
     bool OpenFile(File& file);
@@ -98,7 +100,6 @@ private:
     void CloseIdleFiles();
     void ReportDropped(bool now);
 
-    bool HasFile(int id);
     SKwLogServiceLine* TakeLine(unsigned int size);
     void GiveBack(SKwLogServiceLine* line);
     void GiveBack(Queue& used);
@@ -109,7 +110,7 @@ private:
 
     std::string name_;
     std::string path_;           // ends in a separator, or empty
-    std::map<int, File> files_;  // fixed after Start; its files belong to the writer
+    std::map<int, File> files_;  // grows under the inherited lock, before Start; then its files belong to the writer
     std::atomic<State> state_{State::kSetUp};
     void* thread_ = nullptr;
     std::atomic<unsigned int> linesPerPass_{1};

@@ -55,6 +55,16 @@ TEST_F(KwLogServiceTest, SetUpEndsWithStartAndUnknownFilesAreRefused) {
     EXPECT_FALSE(service.Write(1, "refused", -1));
 }
 
+TEST_F(KwLogServiceTest, TheLastReleaseWritesWhatWaits) {
+    auto* own = new KwLogService("own");
+    ASSERT_TRUE(own->SetLogPath(folder.string().c_str()));
+    ASSERT_TRUE(own->SetLogFile(1, "sub", "own", SLogTimeCheck(), SLogTimeCheck(), 1, 1));
+    ASSERT_TRUE(own->Start(0));
+    own->Write(1, "line", -1);
+    EXPECT_EQ(own->Release(), 0);
+    EXPECT_EQ(Lines("own.log"), std::vector<std::string>{"line"});
+}
+
 TEST_F(KwLogServiceTest, TheSettledPaceIsOneLineAPass) {
     for (int i = 0; i < 60; ++i) service.WriteF(1, "%d", i);
     ASSERT_TRUE(service.Start(0));
