@@ -32,7 +32,7 @@ bool KwElfImage::TakeTable(std::uint64_t at, std::uint64_t size, std::uint64_t u
     const bool whole = HasTag(at) && HasTag(size) && HasTag(unitTag);
     if (!whole) return !HasTag(at) && !HasTag(size) && !HasTag(unitTag);
     out = {Tag(at), Tag(size)};
-    return Tag(unitTag) == unit && (out.size == 0 || At(out.address, out.size) != nullptr);
+    return Tag(unitTag) == unit && out.size != 0 && At(out.address, out.size) != nullptr;
 }
 
 const char* KwElfImage::Text(std::uint64_t offset) const {
@@ -43,14 +43,18 @@ bool KwElfImage::ReadDynamic() {
     const Segment& dynamic = *Part(kDynamic);
     const unsigned char* const p = data_ + dynamic.offset;
     tables_.push_back({dynamic.address, dynamic.size});
+    bool ended = false;  // if not, the loader would walk on
     for (std::uint64_t at = 0; at + 16 <= dynamic.size; at += 16) {
         const std::uint64_t tag = Get64(p + at);
         const std::uint64_t value = Get64(p + at + 8);
-        if (tag == 0) return true;
+        // Behind the end there is room at most: an end among the entries was none.
+        if (ended && tag != 0) return false;
+        ended = tag == 0;
+        if (ended) continue;
         if (tag == kTagNeeded) needed_.push_back(value);
         tags_[tag] = value;
     }
-    return false;  // the loader would walk on
+    return ended;
 }
 
 bool KwElfImage::CheckTags() const {
@@ -183,15 +187,25 @@ KwElfImage::Symbol KwElfImage::SymbolAt(std::uint64_t index) const {
 
 bool KwElfImage::CheckSymbols() const {
     const Segment* const thread = Part(kThread);
+    // The first stands for none, and is looked at all the same.
+    if (!std::all_of(symbols_, symbols_ + kSymbolSize, [](unsigned char byte) { return byte == 0; })) return false;
     for (std::uint64_t i = 1; i < symbolCount_; ++i) {
         const Symbol symbol = SymbolAt(i);
         if (Text(symbol.name) == nullptr) return false;
         if (symbol.section == kUndefined) {
-            // One that is looked for here only would be taken for the start of the image.
-            if (symbol.visibility != 0 || symbol.binding == 0) return false;
+            // One that is looked for here only would be taken for the start of the image, and the table of what
+            // others find here has none.
+            if (symbol.visibility != 0 || symbol.binding == 0 || i >= firstHashed_) return false;
             continue;
         }
-        if (symbol.section == kAbsolute) continue;
+        // One that nobody finds serves the image alone, or was to come from another.
+        if (symbol.section > kAbsolute || (HasTag(kTagGnuHash) && i < firstHashed_ && symbol.binding != 0))
+            return false;
+        if (symbol.section == kAbsolute) {
+            // Numbers are; what is called would be somewhere in the process.
+            if (symbol.type == kFunction || symbol.type == kIndirect || symbol.type == kThreadVariable) return false;
+            continue;
+        }
         if (!sections_.empty() && symbol.section < 0xFF00 && symbol.section >= sections_.size()) return false;
         switch (symbol.type) {
             case kThreadVariable:

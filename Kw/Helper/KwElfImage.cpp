@@ -95,7 +95,9 @@ bool KwElfImage::TakeSegment(const Segment& segment) {
         case kProperty: parts_.push_back(segment); break;
         default: break;
     }
-    return segment.fileSize == 0 || InFile(segment.offset, segment.fileSize);
+    // The loader maps the page in which one without bytes of the file begins, too.
+    const bool mapped = segment.fileSize != 0 || (segment.type == kLoad && segment.address % page_ != 0);
+    return !mapped || InFile(segment.offset, segment.fileSize);
 }
 
 bool KwElfImage::CheckLoads() const {
@@ -104,6 +106,8 @@ bool KwElfImage::CheckLoads() const {
     for (const Segment& load : loads_) {
         if (!IsPowerOfTwo(load.align) || load.align < page_ || load.align > kMaxAlign) return false;
         if ((load.address - load.offset) % load.align != 0 || load.size == 0 || load.fileSize > load.size) return false;
+        // Code and constants come from the file, all of them.
+        if ((load.flags & kWrite) == 0 && load.fileSize != load.size) return false;
         if ((load.flags & kRead) == 0 || load.address > kMaxAddress || load.size > kMaxAddress) return false;
         // Two of them in one page would not both find their bytes in it.
         if (load.address / page_ * page_ < end) return false;

@@ -135,7 +135,8 @@ bool KwElfImage::CheckThreadEntry(std::uint64_t at, std::uint32_t type, std::uin
     const Segment* const thread = Part(kThread);
     const Symbol entry = SymbolAt(symbol);
     if (symbol == 0 || entry.section != kUndefined) {
-        if (thread == nullptr || entry.value > thread->size || addend > thread->size - entry.value) return false;
+        if (thread == nullptr || thread->size == 0 || entry.value > thread->size || addend > thread->size - entry.value)
+            return false;
     }
     // Code looks variables up by two words, the module's number and the place in it.
     if (kind == Kind::ThreadModule) {

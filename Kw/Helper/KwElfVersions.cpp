@@ -32,7 +32,7 @@ bool KwElfImage::CheckVersions() {
         return false;
     }
     if (!ReadNeeds(highest) || !ReadDefinitions(highest)) return false;
-    if (!HasTag(kTagVersions)) return true;
+    if (!HasTag(kTagVersions)) return highest == 0;
     // The loader takes the version of each symbol from a list that it makes of the tables.
     const std::uint64_t at = Tag(kTagVersions);
     const unsigned char* const p = At(at, 2 * symbolCount_);

@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
+#include <memory>
 #include <new>
 #include <string>
 
@@ -39,18 +41,36 @@ std::uint64_t SoundSize(const void* data, std::size_t size) {
     }
 }
 
+bool ReadAll(int file, unsigned char* data, std::size_t size) {
+    while (size != 0) {
+        const ssize_t done = read(file, data, size);
+        if (done < 0 && errno == EINTR) continue;
+        if (done <= 0) return false;
+        data += done;
+        size -= static_cast<std::size_t>(done);
+    }
+    return true;
+}
+
+bool IsSame(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+           a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
 bool IsSoundFile(const char* path) {
-    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    // What is no file could keep the opening waiting.
+    const int file = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (file < 0) return false;
     struct stat state {};
     bool sound = false;
     if (fstat(file, &state) == 0 && S_ISREG(state.st_mode) && state.st_size > 0) {
+        // Read, not mapped: one that is cut meanwhile would end the process.
         const auto size = static_cast<std::size_t>(state.st_size);
-        void* const data = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file, 0);
-        if (data != MAP_FAILED) {
-            sound = SoundSize(data, size) != 0;
-            munmap(data, size);
-        }
+        const std::unique_ptr<unsigned char[]> data(new (std::nothrow) unsigned char[size]);
+        struct stat after {};
+        // One that is still being written is not what was checked.
+        sound = data != nullptr && ReadAll(file, data.get(), size) && SoundSize(data.get(), size) != 0 &&
+                stat(path, &after) == 0 && IsSame(state, after);
     }
     close(file);
     return sound;

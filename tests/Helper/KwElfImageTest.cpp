@@ -36,3 +36,19 @@ TEST_F(KwElfImageTest, AnImageIsReadToItsEndAndNoFurther) {
         }
     }
 }
+
+// Without section headers nothing else tells of it.
+TEST_F(KwElfImageTest, WhatTheLoaderWouldTripOverIsRefused) {
+    for (const std::size_t at : {40, 60, 62}) tiny_.replace(at, at == 40 ? 8 : 2, at == 40 ? 8 : 2, '\0');
+    ASSERT_TRUE(Check(tiny_, tiny_.size()));
+    const auto refuses = [this](std::size_t at, int value) {
+        std::string bytes = tiny_;
+        bytes[at] = static_cast<char>(value);
+        return !Check(bytes, bytes.size());
+    };
+    constexpr std::size_t kDynamic = 0x480, kSymbols = 0x208;
+    EXPECT_TRUE(refuses(kSymbols + 4, 0x10));         // the symbol that is none is looked for
+    EXPECT_TRUE(refuses(kSymbols + 24 + 6, 1));       // a function from elsewhere at the image's start
+    EXPECT_TRUE(refuses(kDynamic + 11 * 16 + 8, 0));  // no calls to bind
+    EXPECT_TRUE(refuses(kDynamic + 19 * 16, 0x42));   // versions that no symbol has
+}
