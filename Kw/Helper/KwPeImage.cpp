@@ -87,6 +87,9 @@ bool KwPeImage::ReadHeaders(std::uint32_t at) {
     for (unsigned int i = 0; i < directories; ++i) {
         const unsigned char* const entry = optional + kOptionalSize + std::size_t{8} * i;
         directories_[i] = {Read32(entry), Read32(entry + 4)};
+        // Half a table would leave the image without what its code relies on.
+        const bool isUsed = i == kExports || i == kImports || i == kMoves || i == kThread;
+        if (isUsed && (directories_[i].address == 0) != (directories_[i].size == 0)) return false;
         if (directories_[i].address == 0) directories_[i].size = 0;
         if (i != kCertificates && !Has(directories_[i].address, directories_[i].size)) return false;
     }
@@ -120,10 +123,10 @@ bool KwPeImage::ReadSections(std::uint32_t at, unsigned int count) {
         section.size = Read32(entry + 8) != 0 ? Read32(entry + 8) : section.stored;
         section.offset = Read32(entry + 20);
         const std::uint32_t flags = Read32(entry + 36);
-        section.readable = (flags & kRead) != 0;
         section.writable = (flags & kWrite) != 0;
         section.executable = (flags & kExecute) != 0;
-        if (section.size == 0) return false;
+        // Tables and texts may be in any of them.
+        if (section.size == 0 || (flags & kRead) == 0) return false;
         sections_.push_back(section);
     }
     return true;

@@ -30,7 +30,6 @@ public:
         std::uint32_t size;    // in memory
         std::uint32_t offset;  // in the file
         std::uint32_t stored;  // bytes of it in the file that belong to memory
-        bool readable;
         bool writable;
         bool executable;
     };

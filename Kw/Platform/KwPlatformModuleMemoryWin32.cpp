@@ -98,13 +98,12 @@ bool MemoryModule::OnImport(const char* name, unsigned int ordinal, std::uint32_
 }
 
 bool MemoryModule::Protect() {
-    static constexpr DWORD kRights[2][2][2] = {
-        {{PAGE_NOACCESS, PAGE_READONLY}, {PAGE_READWRITE, PAGE_READWRITE}},
-        {{PAGE_EXECUTE, PAGE_EXECUTE_READ}, {PAGE_EXECUTE_READWRITE, PAGE_EXECUTE_READWRITE}}};
+    static constexpr DWORD kRights[2][2] = {{PAGE_READONLY, PAGE_READWRITE},
+                                            {PAGE_EXECUTE_READ, PAGE_EXECUTE_READWRITE}};
     DWORD before = 0;
     if (!VirtualProtect(base_, image_.GetHeaderSize(), PAGE_READONLY, &before)) return false;
     for (const KwPeImage::Section& section : image_.GetSections()) {
-        const DWORD rights = kRights[section.executable][section.writable][section.readable];
+        const DWORD rights = kRights[section.executable][section.writable];
         if (!VirtualProtect(base_ + section.address, section.size, rights, &before)) return false;
     }
     return FlushInstructionCache(GetCurrentProcess(), base_, image_.GetSize()) != 0;

@@ -34,6 +34,7 @@ protected:
     std::size_t Header() const {
         return static_cast<unsigned char>(tiny_[60]) + 256u * static_cast<unsigned char>(tiny_[61]);
     }
+    std::size_t Sections() const { return Header() + 24 + static_cast<unsigned char>(tiny_[Header() + 20]); }
     static void Put32(std::string& bytes, std::size_t at, std::uint32_t value) {
         for (unsigned int i = 0; i < 4; ++i) bytes[at + i] = static_cast<char>(value >> (8 * i));
     }
@@ -71,7 +72,10 @@ TEST_F(KwPeImageTest, WhatItCannotDoIsRefused) {
     EXPECT_TRUE(refuses(Header() + 56, 512));              // sections that share pages
     EXPECT_TRUE(refuses(Header() + 40, 0x2000));           // the entry is data
     EXPECT_TRUE(refuses(Header() + 24 + 96 + 14 * 8, 8));  // managed code
-    EXPECT_TRUE(refuses(0x600 + 4, 64));                   // thread variables for the system to lay out
+    EXPECT_TRUE(refuses(Header() + 24 + 96 + 1 * 8, 0));   // imports without a place
+    EXPECT_TRUE(refuses(Header() + 24 + 96 + 5 * 8 + 4, 0));
+    EXPECT_TRUE(refuses(Sections() + 36, 0x60000020 & ~0x40000000u));  // names that could not be read
+    EXPECT_TRUE(refuses(0x600 + 4, 64));                               // thread variables for the system to lay out
     EXPECT_TRUE(refuses(0x600 + 16, 64));
     // Corrections, exports and imports that lead out of the image.
     EXPECT_TRUE(refuses(0xC00, 0x7000));
