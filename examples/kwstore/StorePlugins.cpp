@@ -20,21 +20,29 @@ bool StorePlugins::Load(const std::string& name) {
     }
     // Through the resource paths, then beside the program; with the ending of either system.
     std::string file;
+    KwLoadLib* lib = nullptr;
     for (const char* folder : {"", KwRes::GetProcessPath()}) {
         for (const char* ending : {"", ".so", ".dll"}) {
-            if (!file.empty() || name.empty()) continue;
-            const std::string path = folder + name + ending;
-            if (KwRes::IsFileExist(path.c_str(), false) && libraries_.Load(path.c_str()) != nullptr) file = path;
+            if (lib != nullptr || name.empty()) continue;
+            file = folder + name + ending;
+            if (KwRes::IsFileExist(file.c_str(), false)) lib = libraries_.Load(file.c_str());
         }
     }
-    if (file.empty()) {
+    if (lib == nullptr) {
         Say("error: no plug-in \"" + name + "\" can be loaded");
+        return false;
+    }
+    // With its ending or in capitals it is the same library, which goes with the first that is closed.
+    for (const Plugin& plugin : plugins_) {
+        if (plugin.lib != lib) continue;
+        Say("\"" + name + "\" is there as \"" + plugin.name + "\"");
         return false;
     }
     plugins_.emplace_back();
     Plugin& plugin = plugins_.back();
     plugin.name = name;
     plugin.file = file;
+    plugin.lib = lib;
     plugin.host.commands = commands_;
     plugin.host.store = this;
     plugin.host.say = [](const StorePluginHost& host, const char* text) {
@@ -46,6 +54,8 @@ bool StorePlugins::Load(const std::string& name) {
             why = "it has no entry";
     } catch (const std::exception& error) {
         why = error.what();
+    } catch (...) {
+        why = "it threw";
     }
     if (plugin.host.plugin != nullptr) return true;
     Say("error: the plug-in \"" + name + "\" is not taken: " + why);

@@ -28,6 +28,7 @@ private:
     struct Plugin {
         std::string name;  // as it was given
         std::string file;  // the manager's name
+        const KwLoadLib* lib = nullptr;
         StorePluginHost host;
         bool wantsPasses = true;
         bool closing = false;
