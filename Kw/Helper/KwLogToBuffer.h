@@ -1,8 +1,8 @@
 // CBLogToBuffer: a host object that gets the lines of the process-wide log, for a window, a client, a test.
 //
 // KwLogSystem::Hook sets it; the lines wait until the host calls KwLogSystem::CallHook, so that the object is called
-// only by threads of the host's choice, and may take its time. The log's own output goes on beside it. What OnLog throws
-// is logged and counted (KwOS::GetExceptionCount), and the next line follows.
+// only by threads of the host's choice, and may take its time. The log's own output goes on beside it. What OnLog
+// throws is logged and counted (KwOS::GetExceptionCount), and the next line follows.
 #pragma once
 
 #include "Kw/KwInf.h"
