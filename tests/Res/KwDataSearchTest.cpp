@@ -298,7 +298,7 @@ TEST(KwDataSearch, HooksMayRemoveOthersOrThrow) {
     EXPECT_NE(index.Search(8), nullptr);
 }
 
-// A hook that frees its record and removes others: nobody asks the freed one for its key.
+// A hook that removes others and then frees its record: nobody asks the freed one for its key.
 TEST(KwDataSearch, AFreedRecordIsNotLookedInto) {
     class Owner : public KwDataSearchId {
     public:
@@ -310,10 +310,10 @@ TEST(KwDataSearch, AFreedRecordIsNotLookedInto) {
         unsigned int OnGetKeyFromData(void* data) override { return *static_cast<unsigned int*>(data); }
         void OnRemove(void* data) override {
             const unsigned int key = OnGetKeyFromData(data);
-            delete static_cast<unsigned int*>(data);
             if (key % 100 == 50) {
                 for (unsigned int other = key - 49; other < key; ++other) Remove(other);
             }
+            delete static_cast<unsigned int*>(data);
         }
     } owner;
     owner.Init(0, 100, true);
