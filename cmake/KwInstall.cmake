@@ -49,6 +49,10 @@ set(kw_internal
   KwNetServerWork
   KwNetTls
   KwNetWork
+  KwMsSqlHandles
+  KwMsSqlText
+  KwMySqlCalls
+  KwMySqlText
   KwNrv2b
   KwPackCache
   KwPackIndex
@@ -60,6 +64,7 @@ set(kw_internal
   KwPackSpans
   KwPackTable
   KwResTable
+  KwSQLText
   KwStaticLock
   KwStrText
   KwTableScan
