@@ -70,8 +70,11 @@ void CMTMSSQL::OnClose() {
     Handles& h = *handles_;
     if (h.statement != SQL_NULL_HSTMT) SQLFreeHandle(SQL_HANDLE_STMT, h.statement);
     if (h.connection != SQL_NULL_HDBC) {
-        // Refused for one that never was connected.
-        SQLDisconnect(h.connection);
+        // Refused inside a transaction, which breaks leave behind; and for one that never was connected.
+        if (!KwOdbcDone(SQLDisconnect(h.connection))) {
+            SQLEndTran(SQL_HANDLE_DBC, h.connection, SQL_ROLLBACK);
+            SQLDisconnect(h.connection);
+        }
         SQLFreeHandle(SQL_HANDLE_DBC, h.connection);
     }
     if (h.environment != SQL_NULL_HENV) SQLFreeHandle(SQL_HANDLE_ENV, h.environment);

@@ -250,6 +250,8 @@ void KwSQLSupport::DoService(bool& running, void*) {
     } catch (...) {
         KwLogSystem::Push("exception %s", "KwSQLSupport::DoService");
         Kw_ReportException("a sql query", nullptr);
+        // The server must not wait for Close with the locks of what was begun.
+        if (sql_ != nullptr) KwGuardedCall("a sql query's end", nullptr, [this] { sql_->EndStatement(); });
     }
     if (sql_ != nullptr) sql_->OnThread(false);
     working_ = false;
