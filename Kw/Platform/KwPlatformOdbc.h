@@ -2,7 +2,9 @@
 #pragma once
 
 #if defined(_WIN32)
+#if !defined(NOMINMAX)
 #define NOMINMAX
+#endif
 #include <windows.h>
 #endif
 #include <sql.h>
