@@ -23,6 +23,7 @@ public:
     }
 
 protected:
+    std::string GetPeer() const override { return "fuzz"; }
     void SendPacket(const unsigned char* packet, unsigned int size) override {
         if (size < 4 || size > 65535 || (packet[1] | packet[2] << 8) != static_cast<int>(size)) std::abort();
         if (packet[0] != StoreRequests::kLast && packet[0] != StoreRequests::kMore) std::abort();
@@ -63,7 +64,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const StoreTables tables;
         StoreCommands commands(db, tables);
         KwCommand console;
-        StoreRequests requests(commands, &console);
+        StoreRequests requests(commands);
+        requests.SetConsole(&console);
         if (needsToken) requests.SetToken("key");
         Session sessions[2];
         unsigned int taken[2] = {0, 0};
@@ -75,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             // On the heap, where reading beyond its end shows.
             const std::vector<unsigned char> packet(data + at, data + at + length);
             at += length;
-            const auto next = requests.Take(sessions[turn], packet.data(), static_cast<unsigned int>(length), "fuzz");
+            const auto next = requests.Take(sessions[turn], packet.data(), static_cast<unsigned int>(length));
             if (next != StoreRequests::Next::kCut) ++taken[turn];
             if (length % 3 == 0) commands.Pass(0);
         }

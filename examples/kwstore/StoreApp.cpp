@@ -21,7 +21,7 @@ bool StoreApp::OnInit(KwDS* config) {
     OpenPacks(config);
     // A table that is missing is reported and leaves the others usable.
     tables_.Open(config);
-    if (!OpenStore(config)) return false;
+    if (!OpenStore(config) || !OpenNet(config)) return false;
     // Nobody at a console notices 5 ms, and an idle store costs next to no processor time.
     SetPassSleep(5);
     KwCommand* commands = GetCommand();
@@ -52,7 +52,10 @@ void StoreApp::AddEvents(KwDS* config) {
 
 void StoreApp::OnTimed(EVTIMETYPE, unsigned int param) {
     if (param == kAutosave) commands_.Autosave();
-    if (param == kStatistics) commands_.LogStatistics();
+    if (param == kStatistics) {
+        commands_.LogStatistics();
+        net_.LogStatistics();
+    }
 }
 
 void StoreApp::OnPreRun() {
@@ -61,7 +64,10 @@ void StoreApp::OnPreRun() {
 }
 
 void StoreApp::OnRun(unsigned int tick) {
+    // What comes is answered when its pass ends; 1 ms is what a line at the console may wait.
+    if (net_.IsOn()) net_.Wait(commands_.IsBusy() ? 0 : 1, tick);
     commands_.Pass(tick);
+    flush_.SetCount(db_.GetWrittenCount());
     events_.RunTime(tick);
     plugins_.Pass(tick);
     log_.Pass(tick);
@@ -71,7 +77,11 @@ void StoreApp::OnClose() {
     plugins_.Close();
     commands_.Finish();
     commands_.Settle();
+    net_.Stop();
+    commands_.Settle();
+    flush_.SetCount(db_.GetQueuedCount());
     db_.Close();
+    flush_.Stop();
     commands_.Settle(true);
     packs_.Close();
     log_.Stop();
@@ -108,12 +118,23 @@ bool StoreApp::OpenStore(KwDS* config) {
     std::string folder = settings == nullptr ? "store" : settings->GetString("folder", nullptr, "store");
     const bool absolute = !folder.empty() && (folder[0] == '/' || folder[0] == '\\' || folder.find(':') == 1);
     if (!absolute) folder.insert(0, KwRes::GetProcessPath());
-    if (db_.Start(folder, settings == nullptr || settings->GetBool("durable", true))) return true;
+    const bool durable = settings == nullptr || settings->GetBool("durable", true);
+    const int flush = durable ? 0 : settings->GetInt("flush", 1000);
+    const bool open = db_.Start(folder, durable);
     KwDBRTNames names;
     names.Init(db_.GetFolder(), StoreDB::GetFileName());
+    if (open && flush > 0) return flush_.Start(names.GetJournal(), static_cast<unsigned int>(flush));
+    if (open) return true;
     const bool writable = KwDBFiles::GetDisk()->Open(names.GetLock(), true) != nullptr;
     std::fprintf(stderr, "kwstore: the store in %s cannot be opened: %s\n", folder.c_str(),
                  writable ? "the log says why" : "no right to write there");
+    return false;
+}
+
+bool StoreApp::OpenNet(KwDS* config) {
+    std::string why;
+    if (net_.Start(config == nullptr ? nullptr : config->GetStruct("Net"), GetCommand(), why)) return true;
+    std::fprintf(stderr, "kwstore: %s\n", why.c_str());
     return false;
 }
 

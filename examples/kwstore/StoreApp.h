@@ -7,11 +7,17 @@
 
 #include "StoreCommands.h"
 #include "StoreDB.h"
+#include "StoreFlush.h"
 #include "StoreLog.h"
+#include "StoreNet.h"
 #include "StorePlugins.h"
 #include "StoreTables.h"
 
 class StoreApp : public KwAppClass {
+public:
+    // For Run: with a network OnRun waits for it, and the main loop need not sleep.
+    int GetPassesPerSleep() const { return net_.IsOn() ? 1 << 30 : 1; }
+
 protected:
     bool OnInit(KwDS* config) override;
     void OnPreRun() override;
@@ -26,6 +32,7 @@ private:
     void AddPaths(KwDS* config);
     void OpenPacks(KwDS* config);
     bool OpenStore(KwDS* config);
+    bool OpenNet(KwDS* config);
     void AddEvents(KwDS* config);
     void OnTimed(EVTIMETYPE type, unsigned int param);
     void OnPackList(const std::string& name, KwCmd* params);
@@ -41,7 +48,9 @@ private:
     KwFilePackList packs_{true};
     StoreTables tables_;
     StoreDB db_;
+    StoreFlush flush_;
     StoreCommands commands_{db_, tables_};
+    StoreNet net_{commands_};
     KwEventTime events_;
     StorePlugins plugins_{commands_};
 };

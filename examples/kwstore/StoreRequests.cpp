@@ -73,19 +73,19 @@ const StoreRequests::Command* StoreRequests::Find(std::string_view name) {
     return command->run == nullptr ? nullptr : command;
 }
 
-StoreRequests::Next StoreRequests::Take(StoreSession& from, const unsigned char* packet, unsigned int size,
-                                        const char* peer) {
+StoreRequests::Next StoreRequests::Take(StoreSession& from, const unsigned char* packet, unsigned int size) {
     // Every packet counts its length; another type or parts that do not fit it are no request of ours.
     if (!view_.Read(packet, size) || view_.GetType() != kRequest) {
-        KwLogSystem::Push("connection of %s ended: a packet of type %u and %u bytes is no request", peer,
-                          size == 0 ? 0u : unsigned{packet[0]}, size);
+        KwLogSystem::Push("connection of %s ended: a packet of type %u and %u bytes is no request",
+                          from.GetPeer().c_str(), size == 0 ? 0u : unsigned{packet[0]}, size);
         return Next::kCut;
     }
     if (commands_.GetAnswers().GetWaiting() >= kMostWaiting) {
-        KwLogSystem::Push("connection of %s ended: the disk takes nothing, and too many answers wait", peer);
+        KwLogSystem::Push("connection of %s ended: the disk takes nothing, and too many answers wait",
+                          from.GetPeer().c_str());
         return Next::kCut;
     }
-    if ((!from.isAllowed_ && !token_.empty()) || view_.GetCommand() == "auth") return Authorise(from, peer);
+    if ((!from.isAllowed_ && !token_.empty()) || view_.GetCommand() == "auth") return Authorise(from);
     const Command* const command = Find(view_.GetCommand());
     if (command == nullptr) {
         Refuse(from);
@@ -97,7 +97,7 @@ StoreRequests::Next StoreRequests::Take(StoreSession& from, const unsigned char*
     return Next::kGoOn;
 }
 
-StoreRequests::Next StoreRequests::Authorise(StoreSession& from, const char* peer) {
+StoreRequests::Next StoreRequests::Authorise(StoreSession& from) {
     const bool isAuth = view_.GetCommand() == "auth" && view_.GetCount() == 1;
     if (isAuth && (token_.empty() || IsSame(view_.GetParam(0), token_))) {
         from.isAllowed_ = true;
@@ -108,7 +108,7 @@ StoreRequests::Next StoreRequests::Authorise(StoreSession& from, const char* pee
         commands_.Say(from, StoreStatus::kError, isAuth ? "error: another token" : "usage: auth TOKEN");
         return Next::kGoOn;
     }
-    KwLogSystem::Push("connection of %s refused: %s", peer, isAuth ? "a wrong token" : "no token");
+    KwLogSystem::Push("connection of %s refused: %s", from.GetPeer().c_str(), isAuth ? "a wrong token" : "no token");
     commands_.Say(from, StoreStatus::kRefused, isAuth ? "the token is wrong" : "the first request is auth TOKEN");
     return Next::kEnd;
 }

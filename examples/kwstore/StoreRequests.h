@@ -23,6 +23,8 @@ public:
     void Answer(StoreStatus status, std::string_view text) override;
 
 protected:
+    // The other end, for the log.
+    virtual std::string GetPeer() const = 0;
     virtual void SendPacket(const unsigned char* packet, unsigned int size) = 0;
 
 private:
@@ -43,21 +45,21 @@ public:
         kCut,  // it ends now; a line says why
     };
 
-    // `console` tells the console's commands from those that nobody knows; null: there are none. It stays the caller's.
-    explicit StoreRequests(StoreCommands& commands, KwCommand* console = nullptr)
-        : commands_(commands), console_(console) {}
+    explicit StoreRequests(StoreCommands& commands) : commands_(commands) {}
+    // Tells the console's commands from those that nobody knows; it stays the caller's.
+    void SetConsole(KwCommand* console) { console_ = console; }
     // What a session must show before anything else; empty: nothing.
     void SetToken(const std::string& token) { token_ = token; }
 
-    // Takes one packet, which may hold anything; `peer` names the other end in the log.
-    Next Take(StoreSession& from, const unsigned char* packet, unsigned int size, const char* peer);
+    // Takes one packet, which may hold anything.
+    Next Take(StoreSession& from, const unsigned char* packet, unsigned int size);
 
 private:
     struct Command;
     using View = KwNetPacketView;
 
     static const Command* Find(std::string_view name);
-    Next Authorise(StoreSession& from, const char* peer);
+    Next Authorise(StoreSession& from);
     void Refuse(StoreSource& to);
     const std::string& Name(unsigned int index);
     void Set(StoreSource& to);
@@ -72,7 +74,7 @@ private:
     void Help(StoreSource& to);
 
     StoreCommands& commands_;
-    KwCommand* console_;
+    KwCommand* console_ = nullptr;
     std::string token_;
     // Of the request under way, kept for their room.
     View view_;

@@ -33,7 +33,7 @@ int main(int argc, char** argv) {
     if (!Check(config)) return 1;
     StoreApp app;
     const bool started = app.Init(config.c_str(), true, false);
-    if (started) app.Run(1);
+    if (started) app.Run(app.GetPassesPerSleep());
     app.Close();
     return started ? 0 : 1;
 }
