@@ -57,6 +57,7 @@
 #include "Kw/KwVersion.h"
 #include "Kw/Net/KwNetClient.h"
 #include "Kw/Net/KwNetConnect.h"
+#include "Kw/Net/KwNetDatagram.h"
 #include "Kw/Net/KwNetInterface.h"
 #include "Kw/Net/KwNetPacket.h"
 #include "Kw/Net/KwNetPacketView.h"

@@ -42,6 +42,8 @@ set(kw_internal
   KwModuleChain
   KwNetAsio
   KwNetClientWork
+  KwNetDatagramIo
+  KwNetDatagramWork
   KwNetFrame
   KwNetIo
   KwNetLink

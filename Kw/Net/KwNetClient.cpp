@@ -69,6 +69,9 @@ bool KwNetClientWork::Start(std::string& error) {
         if (tlsContext_ == nullptr) return false;
         tls = tlsContext_.get();
     }
+    net_.NeedTicks(settings_.limits);
+    loop_.NeedTick(settings_.connectMs);
+    if (settings_.reconnect) loop_.NeedTick(settings_.firstPauseMs);
     shell_.link_ = std::make_unique<KwNetLink>(loop_, *this, shell_);
     ++net_.live;
     shell_.AddRef();  // until it is done

@@ -41,7 +41,7 @@ private:
     ICBNetClient* const handler_;
     std::unique_ptr<KwNetTlsContext> tlsContext_;
     KwNetLoop& loop_;
-    std::minstd_rand random_;
+    std::mt19937 random_;
     std::uint64_t attemptAt_ = 0;      // 0: none is due
     std::uint64_t connectedAt_ = 0;    // 0: the last attempt failed
     unsigned int pauseMs_ = 0;         // the next one, before chance

@@ -181,6 +181,7 @@ bool KwNetLink::PullTls() {
         }
         frames_.Filled(got);
     }
+    if (tls_->HasOutput()) Dirty();  // TLS answers, too
     return true;
 }
 

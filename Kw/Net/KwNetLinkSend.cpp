@@ -171,9 +171,10 @@ void KwNetLink::OnDirty() {
 
 void KwNetLink::FillSending() {
     if (tls_ != nullptr) {
-        if (!queue_.empty()) tls_->Write(queue_.data(), queue_.size());
+        const bool whole = queue_.empty() || tls_->Write(queue_.data(), queue_.size());
         Empty(queue_);
         tls_->Take(sending_);
+        if (!whole) Finish(KwNetClose::kTls, "what is to be sent cannot be encrypted");
     } else {
         sending_.swap(queue_);
     }
@@ -189,6 +190,7 @@ void KwNetLink::Flush() {
             Empty(sending_);
             sent_ = 0;
             FillSending();
+            if (state_ == State::kClosed) return;
             if (sending_.empty()) break;
         }
         std::error_code error;

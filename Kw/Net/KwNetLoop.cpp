@@ -73,6 +73,8 @@ unsigned int KwNetLoop::Pass(unsigned int waitMs, unsigned int budget) {
     EndPass(touched_);
     Flush();
     if (now_ >= nextTick_) Tick();
+    for (KwNetPassWork* work : passWork_) work->OnPass();
+    passWork_.clear();
     for (KwNetLink* link : retired_) link->OnRetire();
     retired_.clear();
     return events_;

@@ -28,6 +28,15 @@ protected:
     ~KwNetTimed() = default;
 };
 
+// What goes on when the packets of a pass are through.
+class KwNetPassWork {
+public:
+    virtual void OnPass() = 0;
+
+protected:
+    ~KwNetPassWork() = default;
+};
+
 class KwNetLoop {
 public:
     // Null: this loop's thread calls the host.
@@ -55,6 +64,7 @@ public:
     // Once a pass: the link has something for the host; something to be sent or closed.
     void AddReady(KwNetLink* link) { ready_.push_back(link); }
     void AddDirty(KwNetLink* link) { dirty_.push_back(link); }
+    void AddPassWork(KwNetPassWork* work) { passWork_.push_back(work); }
     void AddTouched(KwNetLinkHost* host);
     void AddRetired(KwNetLink* link) { retired_.push_back(link); }
     // The link's OnPosted is called in the next pass; from any thread.
@@ -80,6 +90,7 @@ private:
     KwNetPump* pump_;
     std::vector<KwNetLink*> ready_, delivering_, dirty_, flushing_, links_, taken_, retired_;
     std::vector<KwNetLinkHost*> touched_;
+    std::vector<KwNetPassWork*> passWork_;
     std::vector<KwNetTimed*> timed_;
     std::uint64_t now_ = 1;
     std::int64_t clock_ = 0;  // of the system, when now_ was set

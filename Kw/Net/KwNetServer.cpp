@@ -76,6 +76,7 @@ bool KwNetServerWork::Listen(std::string& error) {
         return false;
     }
     port_ = listener_.GetPort();
+    net_.NeedTicks(settings_.limits);
     ++net_.live;
     shell_.AddRef();  // until it has stopped
     KwNetPost(loop_, shell_, [this] {

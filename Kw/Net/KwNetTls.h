@@ -42,6 +42,7 @@ public:
     bool Write(const void* data, std::size_t size);
     // Says the end to the peer.
     void Close();
+    bool HasOutput() const;
     // Moves what is to go to the wire to the end of `to`.
     void Take(std::vector<unsigned char>& to);
 

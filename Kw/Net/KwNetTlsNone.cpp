@@ -26,4 +26,7 @@ bool KwNetTls::Write(const void*, std::size_t) {
     return false;
 }
 void KwNetTls::Close() {}
+bool KwNetTls::HasOutput() const {
+    return false;
+}
 void KwNetTls::Take(std::vector<unsigned char>&) {}

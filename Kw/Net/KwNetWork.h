@@ -15,6 +15,14 @@ public:
     // One after the other.
     KwNetLoop& NextLoop() { return *loops[next.fetch_add(1, std::memory_order_relaxed) % loops.size()]; }
 
+    // Lets the loops look as often as these limits want.
+    void NeedTicks(const SNetLimits& limits) {
+        for (const std::unique_ptr<KwNetLoop>& loop : loops) {
+            for (unsigned int ms : {limits.idleMs, limits.stalledMs, limits.sendStalledMs, limits.closeMs})
+                loop->NeedTick(ms);
+        }
+    }
+
     std::vector<std::unique_ptr<KwNetLoop>> loops;
     std::unique_ptr<KwNetPump> pump;  // null: the loops call the host
     std::atomic<unsigned int> next{0};

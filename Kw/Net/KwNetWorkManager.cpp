@@ -11,6 +11,8 @@
 #include "Kw/Helper/KwLogSystem.h"
 #include "Kw/Net/KwNetClient.h"
 #include "Kw/Net/KwNetClientWork.h"
+#include "Kw/Net/KwNetDatagram.h"
+#include "Kw/Net/KwNetDatagramWork.h"
 #include "Kw/Net/KwNetServer.h"
 #include "Kw/Net/KwNetServerWork.h"
 #include "Kw/Net/KwNetWork.h"
@@ -39,6 +41,7 @@ struct KwNetManagerState {
     std::mutex mutex;                  // guards what follows
     std::vector<CNetServer*> servers;  // with a reference of their own
     std::vector<CNetClient*> clients;
+    std::vector<CNetDatagram*> datagrams;
     SNetCounters gone;  // of those that were let go
 
     // Lets those go that have come to their end.
@@ -54,6 +57,7 @@ struct KwNetManagerState {
     void SweepAll(bool all) {
         Sweep(servers, [&](CNetServer* each) { return all || each->IsStopped(); });
         Sweep(clients, [&](CNetClient* each) { return all || each->IsDone(); });
+        Sweep(datagrams, [&](CNetDatagram* each) { return all || each->IsClosed(); });
     }
     void Add(const SNetCounters& more);
 };
@@ -150,6 +154,25 @@ CNetClient* CNetWorkManager::Connect(const SNetClientSettings& settings, ICBNetC
     return client;
 }
 
+CNetDatagram* CNetWorkManager::OpenDatagram(const SNetDatagramSettings& settings, ICBNetDatagram* handler) {
+    if (!state_->begun || handler == nullptr) return nullptr;
+    CNetDatagram* const datagram = new CNetDatagram;
+    if (datagram == nullptr) return nullptr;
+    datagram->work_ = std::make_unique<KwNetDatagramWork>(state_->net, *datagram, settings, handler);
+    std::string error;
+    if (!datagram->work_->Open(error)) {
+        KwLogSystem::Push("network: open datagrams on %s %u error: %s", settings.address.c_str(),
+                          static_cast<unsigned int>(settings.port), error.c_str());
+        datagram->Release();
+        return nullptr;
+    }
+    datagram->AddRef();
+    const std::lock_guard<std::mutex> guard(state_->mutex);
+    state_->SweepAll(false);
+    state_->datagrams.push_back(datagram);
+    return datagram;
+}
+
 unsigned int CNetWorkManager::Pump(unsigned int maxWaitMs) {
     KwNetWork& net = state_->net;
     if (!state_->begun || KwNetLoop::IsAny()) return 0;
@@ -186,6 +209,7 @@ bool CNetWorkManager::Close(unsigned int deadlineMs) {
         const std::lock_guard<std::mutex> guard(state_->mutex);
         for (CNetServer* server : state_->servers) server->Stop(ms);
         for (CNetClient* client : state_->clients) client->work_->Stop(ms);
+        for (CNetDatagram* datagram : state_->datagrams) datagram->Close();
     };
     stopAll(deadlineMs);
     const bool pumps = net.pump != nullptr || state_->threads.empty();
@@ -224,5 +248,6 @@ SNetCounters CNetWorkManager::GetCounters() const {
     SNetCounters all = state_->gone;
     for (CNetServer* server : state_->servers) server->work_->counts.AddTo(all);
     for (CNetClient* client : state_->clients) client->work_->counts.AddTo(all);
+    for (CNetDatagram* datagram : state_->datagrams) datagram->work_->counts.AddTo(all);
     return all;
 }

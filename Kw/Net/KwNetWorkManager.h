@@ -15,10 +15,13 @@
 #include "Kw/Net/KwNetSettings.h"
 
 class CNetClient;
+class CNetDatagram;
 class CNetServer;
 class ICBNetClient;
+class ICBNetDatagram;
 class ICBNetServer;
 struct KwNetManagerState;
+struct SNetDatagramSettings;
 
 // Which thread calls the host.
 enum class KwNetCalls {
@@ -46,6 +49,10 @@ public:
     // Begins to connect; OnConnect or OnError and OnClose follow. Null without Init, and when the TLS files cannot be
     // used (one line is logged). The caller owns one reference; the manager has its own until the client is done.
     CNetClient* Connect(const SNetClientSettings& settings, ICBNetClient* handler);
+
+    // A UDP socket for raw packets. Null when the address is not numeric or cannot be bound (one line is logged). The
+    // caller owns one reference; the manager has its own until the socket is closed.
+    CNetDatagram* OpenDatagram(const SNetDatagramSettings& settings, ICBNetDatagram* handler);
 
     // Calls the host with what has come, and sends what it answers. With nothing to do it waits up to `maxWaitMs` for
     // something. Returns how many callbacks with packets and events there were. For one thread at a time; 0 inside a

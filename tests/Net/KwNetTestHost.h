@@ -97,7 +97,7 @@ protected:
     template <class Done>
     bool Pump(Done done, int ms = 10000) {
         const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-        while (!done() && std::chrono::steady_clock::now() < until) manager.Pump(10);
+        while (!done() && std::chrono::steady_clock::now() < until) manager.Pump(1);
         return done();
     }
     // Waits for the end of a connection of the server; why it ended.
