@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <system_error>
 
 #include "Kw/Net/KwNetSettings.h"
 #include "Kw/Net/KwNetTls.h"
@@ -32,6 +33,7 @@ namespace {
 std::string TakeError() {
     const unsigned long code = ERR_get_error();
     ERR_clear_error();
+    if (ERR_SYSTEM_ERROR(code)) return std::generic_category().message(ERR_GET_REASON(code));
     const char* const reason = code == 0 ? nullptr : ERR_reason_error_string(code);
     return reason == nullptr ? "unknown failure" : reason;
 }
