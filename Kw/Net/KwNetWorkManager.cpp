@@ -180,8 +180,9 @@ unsigned int CNetWorkManager::Pump(unsigned int maxWaitMs) {
     if (net.pump != nullptr) return net.pump->Run(maxWaitMs, budget);
     if (!state_->threads.empty()) return 0;
     // A pass may end its wait for something that is none of the host's.
-    unsigned int done = net.loops[0]->Pass(state_->woken.exchange(false) ? 0 : maxWaitMs, budget);
-    if (done != 0 || maxWaitMs <= 1) return done;
+    const bool woken = state_->woken.exchange(false);
+    unsigned int done = net.loops[0]->Pass(woken ? 0 : maxWaitMs, budget);
+    if (done != 0 || woken || maxWaitMs <= 1) return done;
     const Clock::time_point until = Clock::now() + std::chrono::milliseconds(maxWaitMs);
     while (done == 0 && !state_->woken.exchange(false)) {
         const unsigned int left = MillisecondsTo(until);
