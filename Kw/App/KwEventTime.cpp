@@ -116,7 +116,7 @@ void KwEventTime::AddEventTime(const char* name, EVTIMETYPE type, int interval, 
     event->interval = std::max(interval, 1);
     const int stored = event->interval;
     unit.Add(event.get());
-    event.release();
+    static_cast<void>(event.release());  // the unit has it now
     if (log_ != nullptr) log_(kAddMessages[type], logName_.c_str(), name, stored);
 }
 
