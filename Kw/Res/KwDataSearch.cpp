@@ -264,7 +264,7 @@ bool KwDataSearchId::_InsertPage(int at) {
     }
     store_ = store;
     store->InsertPage(at);
-    std::memmove(pages_ + at + 1, pages_ + at, static_cast<std::size_t>(pageCount_ - at) * sizeof(SPage));
+    std::move_backward(pages_ + at, pages_ + pageCount_, pages_ + pageCount_ + 1);
     pages_[at] = {records, 0, 0};
     ++pageCount_;
     SettleCursor();

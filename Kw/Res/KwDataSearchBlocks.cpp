@@ -54,7 +54,7 @@ private:
     void* free_ = nullptr;  // blocks that came back, each begins with a pointer to the next
 };
 
-KwDataSearchBlocks::KwDataSearchBlocks(std::size_t bytes) : blockSize_(Rounded(bytes + sizeof(Chunk*))) {}
+KwDataSearchBlocks::KwDataSearchBlocks(std::size_t bytes) : blockSize_(Rounded(bytes + sizeof(void*))) {}
 
 KwDataSearchBlocks::~KwDataSearchBlocks() {
     for (KwList* list : {&open_, &full_}) {
@@ -67,7 +67,7 @@ bool KwDataSearchBlocks::Fits(unsigned long long bytes) {
 }
 
 KwDataSearchBlocks::Chunk*& KwDataSearchBlocks::Owner(void* block) const {
-    return *reinterpret_cast<Chunk**>(static_cast<unsigned char*>(block) + blockSize_ - sizeof(Chunk*));
+    return *reinterpret_cast<Chunk**>(static_cast<unsigned char*>(block) + blockSize_ - sizeof(void*));
 }
 
 KwDataSearchBlocks::Chunk* KwDataSearchBlocks::NewChunk() {
