@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "StoreRecovery.h"
 #include "StoreSnapshot.h"
 
 namespace {
@@ -36,6 +37,7 @@ bool StoreDB::Start(const std::string& folder, bool durable) {
     folder_ = KwRes::GetFullPath(full, folder.c_str(), -1) ? full : folder;
     durable_ = durable;
     SetDurable(durable);
+    StoreRecovery::CutTornEnd(folder_, GetFileName(), kMaxRecord);
     loaded_ = replayed_ = 0;
     if (OpenFolder() && BeginDataAnew()) return true;
     Close();
