@@ -7,6 +7,7 @@
 #include "Kw/App/KwCommandThread.h"
 #include "Kw/App/KwEventInit.h"
 #include "Kw/App/KwEventTime.h"
+#include "Kw/App/KwInputWatch.h"
 #include "Kw/App/KwServiceManager.h"
 #include "Kw/App/KwTask.h"
 #include "Kw/App/KwTaskNode.h"

@@ -181,9 +181,9 @@ unsigned int CNetWorkManager::Pump(unsigned int maxWaitMs) {
     if (!state_->threads.empty()) return 0;
     // A pass may end its wait for something that is none of the host's.
     const bool woken = state_->woken.exchange(false);
-    unsigned int done = net.loops[0]->Pass(woken ? 0 : maxWaitMs, budget);
-    if (done != 0 || woken || maxWaitMs <= 1) return done;
     const Clock::time_point until = Clock::now() + std::chrono::milliseconds(maxWaitMs);
+    unsigned int done = net.loops[0]->Pass(woken ? 0 : maxWaitMs, budget);
+    if (woken || maxWaitMs <= 1) return done;
     while (done == 0 && !state_->woken.exchange(false)) {
         const unsigned int left = MillisecondsTo(until);
         if (left == 0) break;
@@ -197,8 +197,8 @@ void CNetWorkManager::Wake() {
     if (state_->net.pump != nullptr) {
         state_->net.pump->Wake();
     } else {
-        state_->woken = true;
-        state_->net.loops[0]->Wake();
+        // A wake that nobody has seen yet needs no second one.
+        if (!state_->woken.exchange(true)) state_->net.loops[0]->Wake();
     }
 }
 

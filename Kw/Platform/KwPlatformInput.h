@@ -47,6 +47,10 @@ void LineStopDestroy(LineStop* stop);
 void LineStopSignal(LineStop* stop);
 void LineStopRearm(LineStop* stop);
 
+// Blocks until KeyWaiting would find a key or the end of the input, and takes nothing. False once `stop` is signalled,
+// and when the input has ended.
+bool InputWait(LineStop* stop);
+
 enum class LineStatus {
     Line,     // a line, without its end, terminated
     TooLong,  // a line that does not fit was read away whole

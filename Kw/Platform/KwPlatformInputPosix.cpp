@@ -213,6 +213,28 @@ void LineStopRearm(LineStop* stop) {
     stop->stopped.store(false);
 }
 
+bool InputWait(LineStop* stop) {
+    const int stopFd = stop == nullptr ? -1 : stop->fd;
+    const bool isTimed = stop != nullptr && stop->fd < 0;
+    while (!InputEnded() && (stop == nullptr || !stop->stopped.load())) {
+        int timeout = isTimed ? ReadAhead::kKeyGapMs : -1;
+        int fd = STDIN_FILENO;
+        {
+            const std::lock_guard<std::mutex> guard(g_input.mutex);
+            if (NextKey(false) >= 0) return true;
+            // Nobody may read a terminal that belongs to another program.
+            if (IsTerminal() && !TerminalIsForeground()) {
+                fd = -1;
+                timeout = kBackgroundMs;
+            } else if (IsReadable(0)) {
+                return true;
+            }
+        }
+        WaitForInput(fd, stopFd, timeout);
+    }
+    return false;
+}
+
 LineStatus LineRead(char* buffer, int size, LineStop* stop) {
     const int stopFd = stop == nullptr ? -1 : stop->fd;
     for (;;) {

@@ -354,6 +354,22 @@ void LineStopRearm(LineStop* stop) {
     stop->stopped.store(false);
 }
 
+bool InputWait(LineStop* stop) {
+    while (!InputEnded() && (stop == nullptr || !stop->stopped.load())) {
+        Wait wait;
+        if (stop != nullptr) wait.ForStop(stop->event);
+        {
+            const Guard guard;
+            Fill();
+            if (NextKey(false) >= 0) return true;
+            if (InputEnded()) return false;
+            wait.ForInput();
+        }
+        wait.Sleep();
+    }
+    return false;
+}
+
 LineStatus LineRead(char* buffer, int size, LineStop* stop) {
     for (;;) {
         if (stop != nullptr && stop->stopped.load()) return LineStatus::Stopped;

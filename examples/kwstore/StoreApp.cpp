@@ -4,6 +4,8 @@
 
 namespace {
 
+constexpr unsigned int kRest = 25;  // ms; packets and lines end the wait, the clock's work has seconds
+
 enum Timed : unsigned int { kAutosave, kStatistics };
 
 }  // namespace
@@ -64,8 +66,8 @@ void StoreApp::OnPreRun() {
 }
 
 void StoreApp::OnRun(unsigned int tick) {
-    // What comes is answered when its pass ends; 1 ms is what a line at the console may wait.
-    if (net_.IsOn()) net_.Wait(commands_.IsBusy() ? 0 : 1, tick);
+    // What comes is answered when its pass ends.
+    if (net_.IsOn()) net_.Wait(commands_.IsBusy() ? 0 : rest_, tick);
     commands_.Pass(tick);
     flush_.SetCount(db_.GetWrittenCount());
     events_.RunTime(tick);
@@ -74,6 +76,7 @@ void StoreApp::OnRun(unsigned int tick) {
 }
 
 void StoreApp::OnClose() {
+    input_.Stop();
     plugins_.Close();
     commands_.Finish();
     commands_.Settle();
@@ -133,7 +136,10 @@ bool StoreApp::OpenStore(KwDS* config) {
 
 bool StoreApp::OpenNet(KwDS* config) {
     std::string why;
-    if (net_.Start(config == nullptr ? nullptr : config->GetStruct("Net"), GetCommand(), why)) return true;
+    if (net_.Start(config == nullptr ? nullptr : config->GetStruct("Net"), GetCommand(), why)) {
+        if (net_.IsOn() && input_.Start([this] { net_.Wake(); })) rest_ = kRest;
+        return true;
+    }
     std::fprintf(stderr, "kwstore: %s\n", why.c_str());
     return false;
 }

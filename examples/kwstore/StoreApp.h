@@ -51,6 +51,8 @@ private:
     StoreFlush flush_;
     StoreCommands commands_{db_, tables_};
     StoreNet net_{commands_};
+    KwInputWatch input_;
+    unsigned int rest_ = 1;  // ms that a pass waits for the network at most
     KwEventTime events_;
     StorePlugins plugins_{commands_};
 };

@@ -44,7 +44,7 @@ public:
         if (importing_) FinishImport();
     }
     // Whether there is more to do than to wait for commands.
-    bool IsBusy() const { return importing_; }
+    bool IsBusy() const { return importing_ || (answers_.GetWaiting() != 0 && !stuck_); }
     const StoreAnswers& GetAnswers() const { return answers_; }
     // Saves what has changed since the last time, and says so in the log when there was something.
     void Autosave();

@@ -25,6 +25,8 @@ public:
     bool IsOn() const { return server_ != nullptr; }
     // Serves what has come, and without anything waits up to `ms` for it.
     void Wait(unsigned int ms, unsigned int tick);
+    // Ends a wait, or the next one; from any thread while it is on.
+    void Wake() { manager_.Wake(); }
     // Answers what has come, within a moment, and ends.
     void Stop();
     void LogStatistics() const;

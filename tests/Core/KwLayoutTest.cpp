@@ -205,6 +205,11 @@ FIELD(KwStreamShare, ShareIdle, idle_);
 FIELD(KwStreamShare, ShareCount, count_);
 FIELD(KwStreamShare, ShareLimit, maxIdle_);
 
+FIELD(KwNetPacket, PacketParams, params_);
+FIELD(KwNetPacket, PacketCommand, command_);
+FIELD(KwNetPacket, PacketBuffer, buffer_);
+FIELD(KwNetPacket, PacketMode, mode_);
+
 FIELD(CKwDBRT, DbDirectory, directory_);
 FIELD(CKwDBRT, DbName, name_);
 FIELD(CKwDBRT, DbJournal, journalPath_);
@@ -291,6 +296,9 @@ TEST(KwLayoutTest, FieldsOfFilesApplicationsAndDocumentsStandInOrder) {
     EXPECT_TRUE(InOrder(ViewText(), ViewColumns(), ViewRows(), ViewCells()));
     EXPECT_TRUE(Offset(ViewText()) == 0 && Offset(ViewColumns()) == sizeof(KwBuffer) && sizeof(KwTableCell) == 8);
     EXPECT_TRUE(InOrder(ShareIdle(), ShareCount(), ShareLimit()));
+    EXPECT_TRUE(Offset(PacketParams()) == 0 && Offset(PacketCommand()) == sizeof(std::list<std::string>));
+    EXPECT_TRUE(InOrder(PacketParams(), PacketCommand(), PacketBuffer(), PacketMode()));
+    EXPECT_TRUE(!k32 || (Offset(PacketBuffer()) == 36 && Offset(PacketMode()) == 40));
     EXPECT_TRUE(Offset(SectionName()) == sizeof(KwList) + sizeof(KwNode));
     EXPECT_TRUE(InOrder(SectionName(), SectionLength()));
     EXPECT_TRUE(Offset(MemberKey()) == sizeof(KwNode));
@@ -482,6 +490,9 @@ TEST(KwLayoutTest, HostHooksStandInOrder) {
     EXPECT_EQ(Entry(&KwLoadLibManager::CloseLib), 2);
     EXPECT_EQ(Entry(&KwLoadLibManager::GetFunction), 3);
     EXPECT_EQ(Entry(&KwLoadLibManager::CreateEntryPoint), 4);
+
+    EXPECT_EQ(Entry(&IKwNetClient::Send), 0);
+    EXPECT_EQ(Entry(&IKwNetConnect::Send), 0);
 
     EXPECT_EQ(Slot(&CBKwEventInit::OnEventInit), 1);
     EXPECT_EQ(Slot(&CBKwEventInit::OnEventStart), 2);

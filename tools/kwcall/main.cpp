@@ -58,6 +58,12 @@ int main(int argc, char** argv) {
     app.add_option("--authority", target.net.tls.authorityFile,
                    "PEM file of the authorities to trust, not the system's")
         ->needs("--tls");
+    CLI::Option* const certificate =
+        app.add_option("--certificate", target.net.tls.certificateFile, "PEM file to show to a store that asks for one")
+            ->needs("--tls");
+    CLI::Option* const key = app.add_option("--key", target.net.tls.keyFile, "PEM file of its key");
+    certificate->needs(key);
+    key->needs(certificate);
     app.add_flag("--insecure", insecure, "Do not check the store's certificate")->needs("--tls");
     app.add_flag("--load", load, "Drives a load and prints its rate and latencies");
     app.add_flag("--echo", echo,
