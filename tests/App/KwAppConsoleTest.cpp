@@ -4,12 +4,16 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <mutex>
 
 #include "App/KwAppHarness.h"
 #include "Kw/App/KwApp.h"
 #include "Kw/App/KwCommand.h"
 #include "Kw/App/KwEventInit.h"
+#include "Kw/App/KwInputWatch.h"
 
 namespace {
 
@@ -176,6 +180,55 @@ TEST(KwAppConsoleTest, ARequestToStopEndsWithItsApplication) {
     host.Type("say 1\nexit\n");
     EXPECT_TRUE(host.Sees("[say 1]"));
     EXPECT_EQ(host.Wait(), 0);
+}
+
+// Its passes wait for something else, as those of a server do.
+class WaitingApp : public App {
+public:
+    KwInputWatch watch;
+
+protected:
+    void OnRun(unsigned int) override {
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (!wake_.wait_for(lock, std::chrono::seconds(60), [this] { return woken_; })) std::printf("overslept\n");
+        woken_ = false;
+    }
+    void OnPreRun() override {
+        watch.Start([this] {
+            const std::lock_guard<std::mutex> guard(mutex_);
+            woken_ = true;
+            wake_.notify_all();
+        });
+        App::OnPreRun();
+    }
+    void OnClose() override { watch.Stop(); }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    bool woken_ = false;
+};
+
+TEST(KwAppConsoleTest, WhatIsTypedWakesALoopThatWaitsElsewhere) {
+    for (const auto input : {HostProcess::kTerminal, HostProcess::kPipe}) {
+        HostProcess host(input, [] {
+            WaitingApp app;
+            if (!app.Init(nullptr, true, false)) return 1;
+            app.Run(1 << 30);
+            app.Close();
+            return app.watch.Start([] {}) ? 0 : 2;  // ends by itself
+        });
+        ASSERT_TRUE(host.Sees("ready"));
+        for (const char* word : {"1", "2", "3"}) {
+            host.Type(std::string("say ") + word + "\n");
+            ASSERT_TRUE(host.Sees(std::string("[say ") + word + "]"));
+        }
+        usleep(200000);
+        if (input == HostProcess::kPipe) host.Type(std::string(5000, 'x') + "\nexit");
+        input == HostProcess::kPipe ? host.CloseInput() : host.Type("exit\ny");
+        EXPECT_EQ(host.Wait(), 0) << host.Output();
+        EXPECT_LT(host.CpuMs(), 150);
+    }
 }
 
 TEST(KwAppConsoleTest, AnEndedInputCostsNoProcessorTime) {
