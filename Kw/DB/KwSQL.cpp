@@ -23,6 +23,9 @@ struct KwSQL::State {
     std::uint32_t answered = 0;  // tick of the last answer
     bool open = false;
     bool lost = false;
+    unsigned int opened = 0;  // times
+    bool stood = false;       // since the settings were taken
+    bool told = false;        // why it does not stand
     bool prepared = false;
     bool badParam = false;
     bool row = false;  // the cells are set
@@ -34,7 +37,18 @@ KwSQL::KwSQL() : state_(std::make_unique<State>()) {}
 KwSQL::~KwSQL() = default;
 
 bool KwSQL::Connect(const char* server, const char* account, const char* password, const char* database) {
+    if (!SetTarget(server, account, password, database)) return false;
+    return Open() || LogRefusal();
+}
+
+bool KwSQL::LogRefusal() {
+    return KwLogSystem::PushRes("sql connect: %s\t%s", state_->error.state.c_str(),
+                                KwSQLText::ForLog(state_->error.message, state_->settings.password).c_str());
+}
+
+bool KwSQL::SetTarget(const char* server, const char* account, const char* password, const char* database) {
     Disconnect();
+    state_->stood = state_->told = false;
     KwSQLSettings& to = state_->settings;
     const char* const from[] = {server, account, password, database};
     std::string* const values[] = {&to.server, &to.account, &to.password, &to.database};
@@ -46,9 +60,7 @@ bool KwSQL::Connect(const char* server, const char* account, const char* passwor
         state_->error = {"08001", std::string("the ") + names[i] + " is no Base64 text behind its @", 0, false};
         return KwLogSystem::PushRes("sql connect: %s", state_->error.message.c_str());
     }
-    if (Open()) return true;
-    return KwLogSystem::PushRes("sql connect: %s\t%s", state_->error.state.c_str(),
-                                KwSQLText::ForLog(state_->error.message, to.password).c_str());
+    return true;
 }
 
 bool KwSQL::Open() {
@@ -58,6 +70,8 @@ bool KwSQL::Open() {
     state_->quiet = false;
     state_->lost = state_->lost && !state_->open;
     if (!state_->open) return false;
+    state_->stood = true;
+    ++state_->opened;
     state_->error = {};
     state_->answered = KwPlatform::TickCount();
     OnConnected();
@@ -79,14 +93,22 @@ bool KwSQL::Reconnect() {
         OnClose();
         state_->open = false;
     }
-    const bool wasLost = state_->lost;
-    if (!Open()) return false;
-    if (wasLost) KwLogSystem::Push("sql connection is open again");
+    const bool wasLost = state_->lost, isFirst = !state_->stood;
+    if (!Open()) {
+        if (isFirst && !state_->told) LogRefusal();
+        state_->told = true;
+        return false;
+    }
+    if (wasLost || isFirst) KwLogSystem::Push("sql connection is open%s", wasLost ? " again" : "");
     return true;
 }
 
 bool KwSQL::IsOpen() const {
     return state_->open && !state_->lost;
+}
+
+unsigned int KwSQL::GetOpenCount() const {
+    return state_->opened;
 }
 
 bool KwSQL::IsLost() const {

@@ -32,12 +32,18 @@ public:
     // Opens the connection. Each value that begins with "@" is Base64 text behind the "@" and is decoded first; null
     // counts as empty. Blocks for the connect time-out at most. The settings are kept for Reconnect.
     virtual bool Connect(const char* server, const char* account, const char* password, const char* database);
+    // Takes the same settings without connecting, which Reconnect then does. False, with one line logged, for what is
+    // no Base64.
+    bool SetTarget(const char* server, const char* account, const char* password, const char* database);
     // Closes the connection; an open transaction is rolled back. Nothing when there is none.
     virtual void Disconnect();
 
-    // Opens the connection of the last Connect anew; one line is logged when that succeeds.
+    // Opens the connection of the last Connect or SetTarget; one line is logged when that succeeds, and one for the
+    // first failure of a connection that has not stood yet.
     bool Reconnect();
     bool IsOpen() const;
+    // How often the connection was opened; what a session has of its own, such as temporary tables, is new each time.
+    unsigned int GetOpenCount() const;
     // The connection was open and broke.
     bool IsLost() const;
     // Asks the server, unless it answered within the last `freshMs` milliseconds. False when the connection is lost.
@@ -152,6 +158,7 @@ private:
     struct State;
 
     bool Open();
+    bool LogRefusal();
     bool Ready(bool keepRows);
     bool Run(const std::string& text);
     bool Transact(Transaction step);

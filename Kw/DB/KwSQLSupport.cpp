@@ -85,12 +85,13 @@ bool KwSQLSupport::Init(KwDS* config, const char* prefix) {
         sql_->SetTimeouts(connectSeconds_, querySeconds_);
         const std::string address = read("Address"), database = read("DB");
         const std::string account = read("Account"), password = read("Password");
-        if (!sql_->Connect(address.c_str(), account.c_str(), password.c_str(), database.c_str())) {
+        const auto reach = connectLater_ ? &KwSQL::SetTarget : &KwSQL::Connect;
+        if (!(sql_->*reach)(address.c_str(), account.c_str(), password.c_str(), database.c_str())) {
             Stop(false);
             return KwLogSystem::PushRes("Connect to SQL Server error");
         }
     }
-    connected_ = !noSQL_;
+    connected_ = !noSQL_ && !connectLater_;
     working_ = true;
     thread_ = KwOS::NewThread(this, &KwSQLSupport::DoService, nullptr);
     if (thread_ == nullptr) {
@@ -259,6 +260,10 @@ void KwSQLSupport::DoService(bool& running, void*) {
 
 void KwSQLSupport::SetCloseLimit(unsigned int ms) {
     closeLimit_ = ms;
+}
+
+void KwSQLSupport::SetConnectLater(bool later) {
+    connectLater_ = later;
 }
 
 void KwSQLSupport::SetTimeouts(unsigned int connectSeconds, unsigned int querySeconds) {

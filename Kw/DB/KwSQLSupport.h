@@ -57,6 +57,9 @@ public:
 
     // How long Close runs what is queued: 10,000 ms unless set; 0 drops it at once.
     void SetCloseLimit(unsigned int ms);
+    // Init leaves connecting to the thread, which does it before the first query and waits for a server that is away,
+    // as after a lost connection; Init then only fails for what it cannot read. Before Init.
+    void SetConnectLater(bool later);
     // Seconds for connecting and for one statement, see KwSQL::SetTimeouts. Before Init.
     void SetTimeouts(unsigned int connectSeconds, unsigned int querySeconds);
 
@@ -93,6 +96,7 @@ private:
     KwListLock* pools_ = nullptr;  // of type i + 1
     int types_ = 0;
     int maxIdle_ = 1;
+    bool connectLater_ = false;
     unsigned int closeLimit_ = 10000;
     unsigned int connectSeconds_ = 5;
     unsigned int querySeconds_ = 300;

@@ -23,7 +23,7 @@ bool StoreApp::OnInit(KwDS* config) {
     OpenPacks(config);
     // A table that is missing is reported and leaves the others usable.
     tables_.Open(config);
-    if (!OpenStore(config) || !OpenNet(config)) return false;
+    if (!OpenStore(config) || !OpenMirror(config) || !OpenNet(config)) return false;
     // Nobody at a console notices 5 ms, and an idle store costs next to no processor time.
     SetPassSleep(5);
     KwCommand* commands = GetCommand();
@@ -34,6 +34,7 @@ bool StoreApp::OnInit(KwDS* config) {
     commands->Add("table.find", this, &StoreApp::OnTableFind, "TABLE,TEXT[,COLUMN]: rows with that cell");
     commands->Add("info.memory", this, &StoreApp::OnInfoMemory, "the allocator's counters");
     commands->Add("info.version", this, &StoreApp::OnInfoVersion, "the library's version");
+    commands->Add("mirror.stat", this, &StoreApp::OnMirrorStat, "the mirror's counters");
     commands->Add("log.file", this, &StoreApp::OnLogFile, "[PATH]: log to a file, without PATH to the console");
     commands_.Register(commands);
     AddEvents(config);
@@ -67,8 +68,9 @@ void StoreApp::OnPreRun() {
 
 void StoreApp::OnRun(unsigned int tick) {
     // What comes is answered when its pass ends.
-    if (net_.IsOn()) net_.Wait(commands_.IsBusy() ? 0 : rest_, tick);
+    if (net_.IsOn()) net_.Wait(commands_.IsBusy() ? 0 : mirror_.IsBusy() ? 1 : rest_, tick);
     commands_.Pass(tick);
+    mirror_.Pass(tick);
     flush_.SetCount(db_.GetWrittenCount());
     events_.RunTime(tick);
     plugins_.Pass(tick);
@@ -82,6 +84,7 @@ void StoreApp::OnClose() {
     commands_.Settle();
     net_.Stop();
     commands_.Settle();
+    mirror_.Stop();
     flush_.SetCount(db_.GetQueuedCount());
     db_.Close();
     flush_.Stop();
@@ -131,6 +134,13 @@ bool StoreApp::OpenStore(KwDS* config) {
     const bool writable = KwDBFiles::GetDisk()->Open(names.GetLock(), true) != nullptr;
     std::fprintf(stderr, "kwstore: the store in %s cannot be opened: %s\n", folder.c_str(),
                  writable ? "the log says why" : "no right to write there");
+    return false;
+}
+
+bool StoreApp::OpenMirror(KwDS* config) {
+    std::string why;
+    if (mirror_.Start(config, db_, why)) return true;
+    std::fprintf(stderr, "kwstore: %s\n", why.c_str());
     return false;
 }
 
@@ -190,6 +200,12 @@ void StoreApp::OnInfoMemory(const std::string&, KwCmd*) {
 void StoreApp::OnInfoVersion(const std::string&, KwCmd*) {
     commands_.Settle();
     std::printf("Kw %s\n", Kw_Version());
+    std::fflush(stdout);
+}
+
+void StoreApp::OnMirrorStat(const std::string&, KwCmd*) {
+    commands_.Settle();
+    std::printf("%s\n", mirror_.Describe().c_str());
     std::fflush(stdout);
 }
 

@@ -9,6 +9,7 @@
 #include "StoreDB.h"
 #include "StoreFlush.h"
 #include "StoreLog.h"
+#include "StoreMirror.h"
 #include "StoreNet.h"
 #include "StorePlugins.h"
 #include "StoreTables.h"
@@ -32,6 +33,7 @@ private:
     void AddPaths(KwDS* config);
     void OpenPacks(KwDS* config);
     bool OpenStore(KwDS* config);
+    bool OpenMirror(KwDS* config);
     bool OpenNet(KwDS* config);
     void AddEvents(KwDS* config);
     void OnTimed(EVTIMETYPE type, unsigned int param);
@@ -42,6 +44,7 @@ private:
     void OnTableFind(const std::string& name, KwCmd* params);
     void OnInfoMemory(const std::string& name, KwCmd* params);
     void OnInfoVersion(const std::string& name, KwCmd* params);
+    void OnMirrorStat(const std::string& name, KwCmd* params);
     void OnLogFile(const std::string& name, KwCmd* params);
 
     StoreLog log_;
@@ -49,6 +52,7 @@ private:
     StoreTables tables_;
     StoreDB db_;
     StoreFlush flush_;
+    StoreMirror mirror_;
     StoreCommands commands_{db_, tables_};
     StoreNet net_{commands_};
     KwInputWatch input_;

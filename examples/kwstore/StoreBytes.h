@@ -21,6 +21,13 @@ inline void StorePutText(std::string& out, std::string_view text, int bytes) {
     out += text;
 }
 
+// FNV-1a. Every change of one byte changes it.
+inline std::uint64_t StoreHash(std::string_view bytes) {
+    std::uint64_t hash = 0xCBF29CE484222325u;
+    for (const char byte : bytes) hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001B3u;
+    return hash;
+}
+
 class StoreReader {
 public:
     explicit StoreReader(std::string_view bytes) : left_(bytes) {}

@@ -162,6 +162,7 @@ const char* StoreDB::Put(const std::string& name, const StoreFields& fields) {
     object->place = place;
     object->EndUpdate(record, true);
     ++queued_;
+    if (watch_ != nullptr) watch_->OnSet(*object);
     return nullptr;
 }
 
@@ -216,11 +217,12 @@ const char* StoreDB::Change(const std::string& name, std::span<const StoreFieldC
     record->SetUsed(static_cast<int>(record->GetUsed() + size));  // fits: a record takes kMaxPayload
     object->EndUpdate(record, true);
     ++queued_;
+    if (watch_ != nullptr) watch_->OnSet(*object);
     return nullptr;
 }
 
 const char* StoreDB::Delete(const std::string& name) {
-    CKwDBRTObject* object = KeepObject(name);
+    auto* object = static_cast<StoreObject*>(KeepObject(name));
     if (object == nullptr) return "no such object";
     const std::string payload = StoreCodec::EncodeDelete(name);
     KwBuffer* record = object->BeginUpdate();
@@ -229,6 +231,7 @@ const char* StoreDB::Delete(const std::string& name) {
         RemoveObject(name);
         object->EndUpdate(record, true);
         ++queued_;
+        if (watch_ != nullptr) watch_->OnDelete(*object);
     }
     object->Release();
     return record == nullptr ? kTakesNone : nullptr;

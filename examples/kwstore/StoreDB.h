@@ -46,6 +46,9 @@ public:
     unsigned int GetLoadedCount() const { return loaded_; }      // objects of the snapshot
     unsigned int GetReplayedCount() const { return replayed_; }  // changes of the journal
 
+    // One that learns of the changes from now on, or null. It must outlive its use.
+    void SetWatch(StoreWatch* watch) { watch_ = watch; }
+
     bool NameIsKey() override { return true; }
 
 protected:
@@ -65,6 +68,7 @@ private:
                         std::size_t& size) const;
     bool Apply(double id, StoreChange& change, const StorePlace& place);
 
+    StoreWatch* watch_ = nullptr;
     std::string folder_;
     std::string line_;  // of the text log
     bool durable_ = false;

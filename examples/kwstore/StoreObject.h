@@ -14,8 +14,23 @@ struct StorePlace {
     unsigned int size = 0;
 };
 
-class StoreObject : public CKwDBRTObject {
+// A node of whoever watches the store's objects.
+class StoreObject : public CKwDBRTObject, public KwNode {
 public:
+    KW_TRACKED_NEW
+
     StoreFields fields;
     StorePlace place;
+};
+
+// Learns of changes as they are made in memory.
+class StoreWatch {
+public:
+    // It is new, or its fields may have changed.
+    virtual void OnSet(StoreObject& object) = 0;
+    // It is no longer found.
+    virtual void OnDelete(StoreObject& object) = 0;
+
+protected:
+    ~StoreWatch() = default;
 };

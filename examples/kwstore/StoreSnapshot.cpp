@@ -10,13 +10,6 @@ constexpr std::size_t kHeaderSize = 12;
 constexpr std::size_t kHashSize = 8;
 constexpr std::size_t kMaxSize = 0x7FFFFFFF;  // a 32-bit process holds no more
 
-// Every change of one byte changes it.
-std::uint64_t Hash(std::string_view bytes) {
-    std::uint64_t hash = 0xCBF29CE484222325u;
-    for (const char byte : bytes) hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001B3u;
-    return hash;
-}
-
 // What is wrong with the file as a whole; null when `bytes` are the objects' now and `count` their number.
 const char* Open(std::string_view& bytes, std::uint32_t& count) {
     if (bytes.size() < kHeaderSize + kHashSize) return "it is too short";
@@ -26,7 +19,7 @@ const char* Open(std::string_view& bytes, std::uint32_t& count) {
     count = header.GetInt();
     StoreReader end(bytes.substr(bytes.size() - kHashSize));
     bytes.remove_suffix(kHashSize);
-    if (end.Get(8) != Hash(bytes)) return "its check sum is wrong";
+    if (end.Get(8) != StoreHash(bytes)) return "its check sum is wrong";
     bytes.remove_prefix(kHeaderSize);
     return nullptr;
 }
@@ -68,7 +61,7 @@ bool StoreSnapshot::Save(const std::string& path, const std::string& folder) {
     std::string count;
     StorePut(count, count_, 4);
     bytes_.replace(kMagic.size() + 4, count.size(), count);
-    StorePut(bytes_, Hash(bytes_), 8);
+    StorePut(bytes_, StoreHash(bytes_), 8);
     if (bytes_.size() > kMaxSize) return KwLogSystem::PushRes("write snapshot %s error: too large", path.c_str());
     if (!KwRes::SaveFile(path.c_str(), bytes_.data(), static_cast<unsigned int>(bytes_.size()))) return false;
     // The journal goes away next: the new file's name must be on the disk before that.

@@ -211,6 +211,22 @@ TEST_F(KwSQLSupportTest, ABrokenConnectionIsReportedOnceAndTheCutQueryIsNotRunAg
     EXPECT_EQ(log.Count("1 queued queries were dropped"), 1);
 }
 
+TEST_F(KwSQLSupportTest, ConnectingCanBeLeftToTheThread) {
+    service->SetConnectLater(true);
+    EXPECT_FALSE(Start("Service=\"Fake\" Password=\"@no base64\""));
+    FakeSQL::away = true;
+    ASSERT_TRUE(Start("Service=\"Fake\" Password=\"secret\""));
+    EXPECT_FALSE(service->IsConnected());
+    unsigned int opened = 0;
+    Post(1, [&](Query& query) { return opened = query.GetSQL()->GetOpenCount(), true; });
+    ASSERT_TRUE(WaitUntil([] { return FakeSQL::opens >= 3; }));
+    EXPECT_EQ(log.Count("sql connect: 08001\tcannot reach '...' with ..."), 1) << "the first failure is told";
+    FakeSQL::away = false;
+    ASSERT_TRUE(Pump(1));
+    EXPECT_EQ(opened, 1u);
+    EXPECT_TRUE(service->IsConnected());
+}
+
 TEST_F(KwSQLSupportTest, AFullResultListIsWorkedOffOneACall) {
     ASSERT_TRUE(Start("Service=\"NoSQL\""));
     for (int i = 0; i < 20000; ++i) Post(1);
