@@ -130,6 +130,7 @@ void KwNetStream::Close(bool reset) {
     std::error_code ignored;
     if (reset && state_->socket.is_open()) state_->socket.set_option(asio::socket_base::linger(true, 0), ignored);
     state_->resolver.cancel();
+    state_->socket.cancel(ignored);  // Wine's server does not survive a close with a write under way
     state_->socket.close(ignored);
 }
 
