@@ -92,6 +92,9 @@ void KwLogRotation::Shift() {
         done = KwPlatform::FileRename(Numbered(i).c_str(), Numbered(i + 1).c_str(), true);
     if (done && KwPlatform::FileRename(path_.c_str(), Numbered(1).c_str(), true)) {
         reported_ = false;
+        // What stands behind the row is of a time when more were kept.
+        for (int i = keep_ + 1; i <= kMaxKeep && KwPlatform::FileRemove(Numbered(i).c_str()); ++i) {
+        }
         return;
     }
     notBefore_ = Now() + 10 * kSecond;

@@ -66,7 +66,7 @@ bool StorePlugins::Load(const std::string& name) {
 
 void StorePlugins::Pass(unsigned int tick) {
     for (auto plugin = plugins_.begin(); plugin != plugins_.end();) {
-        if (!plugin->closing && plugin->wantsPasses) plugin->wantsPasses = plugin->host.plugin->OnEvent(&tick);
+        if (!plugin->closing && plugin->wantsPasses) plugin->wantsPasses = CallPass(*plugin, tick);
         if (!plugin->closing) {
             ++plugin;
             continue;
@@ -75,6 +75,18 @@ void StorePlugins::Pass(unsigned int tick) {
         Say("closed \"" + plugin->name + "\"");
         plugin = plugins_.erase(plugin);
     }
+}
+
+bool StorePlugins::CallPass(Plugin& plugin, unsigned int tick) {
+    std::string why = "it threw";
+    try {
+        return plugin.host.plugin->OnEvent(&tick);
+    } catch (const std::exception& error) {
+        why = error.what();
+    } catch (...) {
+    }
+    Say("error: the plug-in \"" + plugin.name + "\" gets no more passes: " + why);
+    return false;
 }
 
 void StorePlugins::Close() {

@@ -36,6 +36,8 @@ private:
 
     // False, with one line on the console, when it is not loaded.
     bool Load(const std::string& name);
+    // Whether it wants more of them; what it throws ends its passes, not the store.
+    bool CallPass(Plugin& plugin, unsigned int tick);
     Plugin* Find(const std::string& name);
     void Unload(Plugin& plugin);
     void Say(const std::string& text);

@@ -249,6 +249,13 @@ TEST_F(KwLogTest, ALargeFileMovesUpTheRowAndTheOldestGoes) {
     EXPECT_EQ(Read(log.file + ".1"), "fourth\n12\n");
     EXPECT_EQ(Read(log.file + ".2"), "third\n123\n");
     EXPECT_FALSE(fs::exists(log.file + ".3"));
+    // A shorter row leaves nothing behind its end.
+    log.SetRotation(5, 0, 1);
+    ASSERT_TRUE(Init(100, 600));
+    log.Write("newest", -1);
+    log.Close();
+    EXPECT_EQ(Read(log.file + ".1"), "last\nnewest\n");
+    EXPECT_FALSE(fs::exists(log.file + ".2"));
 }
 
 TEST_F(KwLogTest, AnOldFileGivesWayAtTheNextLine) {
