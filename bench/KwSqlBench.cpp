@@ -1,9 +1,10 @@
 // SQL through the service against the plain client library, on one MariaDB server that the program starts for itself.
-//   insert    1,000 rows of an integer, a double and a text of 100 bytes, one statement a row, in one transaction;
-//             Kw-rowqueries does the same with one query of the service a row
+//   insert    1,000 rows of an integer, a double and a text of 100 bytes, one statement a row, in one transaction
+//   each      the same rows, each committed by itself; with Kw each is a query of the service, a thousand in the queue
 //   read      10,000 such rows, every value taken as its type
-//   latency   from PostQuery to the handler on the calling thread, which calls DoWorking without a pause; the queue is
-//             empty, so the service thread sleeps. Kw-busy is the share of one in a queue of 1,000
+//   query     SELECT 1 and back again; Kw-direct asks without the service, so the rest is what its thread costs
+//   latency   of a query that does nothing, from PostQuery to the handler on the calling thread, which calls DoWorking
+//             without a pause; the thread sleeps in between. Kw-busy is the share of one in a queue of 1,000
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
@@ -11,7 +12,9 @@
 #include <cstdlib>
 #include <functional>
 #include <string>
+#include <thread>
 
+#include "Kw/DB/KwMySql.h"
 #include "Kw/DB/KwSQLSupport.h"
 #include "Kw/Helper/KwLogSystem.h"
 #include "Kw/Res/KwDataObject.h"
@@ -66,12 +69,13 @@ public:
         ++posted_;
         service_.PostQuery(query);
     }
+    // Leaves the processor to the service and the server.
     void Wait() {
-        while (done_ < posted_) service_.DoWorking();
+        for (; done_ < posted_; service_.DoWorking()) std::this_thread::yield();
     }
     void Do(std::function<bool(KwSQL*)> work) {
         Post(std::move(work));
-        Wait();
+        while (done_ < posted_) service_.DoWorking();
     }
 
 private:
@@ -116,14 +120,17 @@ bool ReadRows(KwSQL* sql) {
     return Check(rows == kRead);
 }
 
-void Insert(benchmark::State& state, bool rowQueries) {
+void Insert(benchmark::State& state) {
+    Service service(true);
+    service.Do(Prepare);
+    for (auto _ : state) service.Do([](KwSQL* sql) { return InsertRows(sql, kInsert); });
+    state.SetItemsProcessed(state.iterations() * kInsert);
+}
+
+void InsertEach(benchmark::State& state) {
     Service service(true);
     service.Do(Prepare);
     for (auto _ : state) {
-        if (!rowQueries) {
-            service.Do([](KwSQL* sql) { return InsertRows(sql, kInsert); });
-            continue;
-        }
         for (int i = 0; i < kInsert; ++i) {
             service.Post([i](KwSQL* sql) {
                 Check(sql->Prepare("INSERT INTO kw_bench VALUES (?, ?, ?)"));
@@ -143,6 +150,22 @@ void Read(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * kRead);
 }
 
+bool Ask(KwSQL* sql) {
+    return Check(sql->Execute("SELECT 1") && sql->Fetch() && sql->GetInt(1, 0) == 1);
+}
+
+void Query(benchmark::State& state) {
+    Service service(true);
+    for (auto _ : state) service.Do(Ask);
+}
+
+void QueryDirect(benchmark::State& state) {
+    KwSQL* const sql = g_CreateMySql();
+    Check(sql->Connect(("127.0.0.1:" + std::to_string(g_port)).c_str(), "app", "secret", "appdb"));
+    for (auto _ : state) Ask(sql);
+    sql->Release();
+}
+
 #if defined(KW_PEER_MARIADB)
 struct Plain {
     MYSQL* mysql = mysql_init(nullptr);
@@ -154,8 +177,8 @@ struct Plain {
     }
     ~Plain() { mysql_close(mysql); }
     void Do(const std::string& text) { Check(mysql_real_query(mysql, text.data(), text.size()) == 0); }
-    void InsertRows(int count) {
-        Do("START TRANSACTION");
+    void InsertRows(int count, bool together = true) {
+        if (together) Do("START TRANSACTION");
         for (int i = 0; i < count; ++i) {
             char escaped[256], statement[512];
             const auto length = mysql_real_escape_string(mysql, escaped, kText.data(), kText.size());
@@ -164,13 +187,13 @@ struct Plain {
                               i * 0.5, static_cast<int>(length), escaped);
             Check(mysql_real_query(mysql, statement, size) == 0);
         }
-        Do("COMMIT");
+        if (together) Do("COMMIT");
     }
 };
 
-void PlainInsert(benchmark::State& state) {
+void PlainInsert(benchmark::State& state, bool together) {
     Plain plain;
-    for (auto _ : state) plain.InsertRows(kInsert);
+    for (auto _ : state) plain.InsertRows(kInsert, together);
     state.SetItemsProcessed(state.iterations() * kInsert);
 }
 
@@ -188,6 +211,16 @@ void PlainRead(benchmark::State& state) {
         mysql_free_result(result);
     }
     state.SetItemsProcessed(state.iterations() * kRead);
+}
+
+void PlainQuery(benchmark::State& state) {
+    Plain plain;
+    for (auto _ : state) {
+        plain.Do("SELECT 1");
+        MYSQL_RES* const result = mysql_store_result(plain.mysql);
+        Check(std::atoi(mysql_fetch_row(result)[0]) == 1);
+        mysql_free_result(result);
+    }
 }
 #endif
 
@@ -214,19 +247,21 @@ int main(int argc, char** argv) {
     if (!Server("start")) {
         Server("stop");
         g_port = 0;
-        std::fprintf(stderr, "KwSqlBench: no MariaDB server, insert and read left out\n");
+        std::fprintf(stderr, "skipped: insert, each, read and query, no MariaDB server starts\n");
     }
     benchmark::RegisterBenchmark("latency/Kw", Latency)->UseRealTime();
     benchmark::RegisterBenchmark("latency/Kw-busy", LatencyBusy)->UseRealTime();
     if (g_port != 0) {
-        benchmark::RegisterBenchmark("insert/Kw", [](benchmark::State& state) { Insert(state, false); })->UseRealTime();
-        benchmark::RegisterBenchmark("insert/Kw-rowqueries", [](benchmark::State& state) {
-            Insert(state, true);
-        })->UseRealTime();
+        benchmark::RegisterBenchmark("insert/Kw", Insert)->UseRealTime();
+        benchmark::RegisterBenchmark("each/Kw", InsertEach)->UseRealTime();
         benchmark::RegisterBenchmark("read/Kw", Read)->UseRealTime();
+        benchmark::RegisterBenchmark("query/Kw", Query)->UseRealTime();
+        benchmark::RegisterBenchmark("query/Kw-direct", QueryDirect)->UseRealTime();
 #if defined(KW_PEER_MARIADB)
-        benchmark::RegisterBenchmark("insert/libmariadb", PlainInsert)->UseRealTime();
+        benchmark::RegisterBenchmark("insert/libmariadb", PlainInsert, true)->UseRealTime();
+        benchmark::RegisterBenchmark("each/libmariadb", PlainInsert, false)->UseRealTime();
         benchmark::RegisterBenchmark("read/libmariadb", PlainRead)->UseRealTime();
+        benchmark::RegisterBenchmark("query/libmariadb", PlainQuery)->UseRealTime();
 #endif
     }
     benchmark::RunSpecifiedBenchmarks();

@@ -42,6 +42,10 @@ bool CMTMSSQL::OnOpen(const KwSQLSettings& settings) {
         return Fail(Stage::kPrepare, "HY000", 0, "ODBC gives no connection handle");
     }
     SQLSetConnectAttr(h.connection, SQL_ATTR_LOGIN_TIMEOUT, KwOdbcNumber(settings.connectSeconds), 0);
+    // Few drivers have it; where the server is silent it ends what the statement's own limit does not.
+    if (settings.querySeconds != 0) {
+        SQLSetConnectAttr(h.connection, SQL_ATTR_CONNECTION_TIMEOUT, KwOdbcNumber(settings.querySeconds), 0);
+    }
     // The default of the connection's statements, and for drivers that know no such default again below.
     SQLSetConnectAttr(h.connection, SQL_ATTR_CURSOR_TYPE, KwOdbcNumber(SQL_CURSOR_STATIC), 0);
 

@@ -332,6 +332,10 @@ const char* KwSQL::GetString(int column, int* length, const char* def) {
         if (length != nullptr) *length = def != nullptr ? static_cast<int>(std::strlen(def)) : 0;
         return def;
     }
+    if (cell->kind == KwSQLCell::Kind::kBytes && cell->bytes.data() != nullptr) {
+        if (length != nullptr) *length = static_cast<int>(cell->bytes.size());
+        return cell->bytes.data();
+    }
     std::string& text = state_->texts[static_cast<std::size_t>(column) - 1];
     text = KwSQLText::FromCell(*cell);
     if (length != nullptr) *length = static_cast<int>(text.size());

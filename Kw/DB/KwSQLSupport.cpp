@@ -2,6 +2,7 @@
 
 #include <cxxabi.h>
 
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -19,6 +20,7 @@ namespace {
 
 constexpr unsigned int kFirstWait = 100;  // ms between two attempts to connect
 constexpr unsigned int kLongestWait = 5000;
+constexpr std::chrono::milliseconds kRest{10};  // an idle thread's look at its `running`
 // A connection that was quiet for so long is tried before a query is run on it.
 constexpr unsigned int kFreshMs = 500;
 
@@ -164,8 +166,11 @@ KwSQLRequestQuery* KwSQLSupport::CreateQuery(int type) {
 void KwSQLSupport::PostQuery(KwSQLRequestQuery* query) {
     if (query == nullptr) return;
     query->service_ = this;
-    const std::lock_guard<KwLock> guard(pending_);
-    pending_.AddTail(query);
+    {
+        const std::lock_guard<KwLock> guard(pending_);
+        pending_.AddTail(query);
+    }
+    if (resting_) Wake();
 }
 
 void KwSQLSupport::PostResult(KwSQLRequestQuery* query) {
@@ -218,6 +223,21 @@ bool KwSQLSupport::Connected(bool& running) {
     return false;
 }
 
+// Until something is posted, but not for long: nobody wakes the thread to end it.
+void KwSQLSupport::Rest() {
+    std::unique_lock<std::mutex> lock(restLock_);
+    // Set before the look at the queue, as PostQuery looks here behind its change of it: one of both sees the other.
+    resting_ = true;
+    if (GetPendingCount() == 0) restEnds_.wait_for(lock, kRest);
+    resting_ = false;
+}
+
+void KwSQLSupport::Wake() {
+    // Not between the thread's look and its wait.
+    { const std::lock_guard<std::mutex> guard(restLock_); }
+    restEnds_.notify_one();
+}
+
 // Runs the first pending query; false when there is none.
 bool KwSQLSupport::RunOne(bool& running) {
     if (GetPendingCount() == 0 || !Connected(running)) return false;
@@ -243,7 +263,7 @@ void KwSQLSupport::DoService(bool& running, void*) {
     try {
         // The pause is for an empty queue: one that is full is worked off without it.
         for (bool busy = false; IsSet(running);) {
-            if (!busy) KwPlatform::SleepMs(1);
+            if (!busy) Rest();
             busy = RunOne(running);
         }
     } catch (const abi::__forced_unwind&) {

@@ -16,6 +16,8 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 
 #include "Kw/DB/KwSQL.h"
 #include "Kw/DB/KwSQLRequestQuery.h"
@@ -81,6 +83,8 @@ protected:
 private:
     bool Connected(bool& running);
     bool RunOne(bool& running);
+    void Rest();
+    void Wake();
     KwSQLRequestQuery* Take(KwListLock& list);
     int Drop(KwListLock& list);
     void DrainPending();
@@ -100,6 +104,9 @@ private:
     unsigned int closeLimit_ = 10000;
     unsigned int connectSeconds_ = 5;
     unsigned int querySeconds_ = 300;
+    std::mutex restLock_;
+    std::condition_variable restEnds_;
+    std::atomic<bool> resting_{false};
     std::atomic<bool> working_{false};    // the thread's body runs
     std::atomic<bool> connected_{false};  // false while the server is away
 };

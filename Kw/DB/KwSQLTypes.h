@@ -41,5 +41,5 @@ struct KwSQLCell {
     Kind kind = Kind::kNull;
     std::int64_t integer = 0;
     double number = 0;
-    std::string_view bytes;  // a text in UTF-8, or a blob; valid until the next row
+    std::string_view bytes;  // a text in UTF-8, or a blob, with a zero byte behind it; valid until the next row
 };

@@ -239,6 +239,24 @@ TEST_P(KwSQLServerTest, AKilledServerCutsOneQueryAndTheNextRunsWhenItIsBack) {
     EXPECT_EQ(Query::alive, 0);
 }
 
+TEST_P(KwSQLServerTest, AServerThatFreezesEndsTheStatementWithTheTimeout) {
+    if (!HasServer()) GTEST_SKIP() << "skipped: no server to freeze";
+    if (kind == "postgres") GTEST_SKIP() << "skipped: PostgreSQL's driver waits without limit";
+    LogLines log;
+    sql->SetTimeouts(2, 2);
+    if (kind == "mariadb") parts[0] += ";CONN_TIMEOUT=2;READ_TIMEOUT=2";
+    ASSERT_TRUE(Connect(*sql));
+    ASSERT_TRUE(Server("freeze"));
+    const Stopwatch watch;
+    EXPECT_FALSE(sql->Execute("SELECT 1"));
+    EXPECT_TRUE(sql->GetError().lost) << sql->GetError().message;
+    EXPECT_FALSE(sql->Reconnect());
+    EXPECT_LT(watch.Ms(), 20000);
+    ASSERT_TRUE(Server("thaw"));
+    EXPECT_TRUE(WaitUntil([&] { return sql->Reconnect(); }));
+    EXPECT_EQ(Value("SELECT 1"), "1");
+}
+
 INSTANTIATE_TEST_SUITE_P(Of, KwSQLServerTest, testing::Values("Mysql", "Odbc"),
                          [](const auto& which) { return std::string(which.param); });
 
