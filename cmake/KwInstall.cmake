@@ -32,6 +32,7 @@ set(kw_internal
   KwIniScan
   KwIniStore
   KwKeyRow
+  KwKeyRowSearch
   KwListenEvent
   KwLogData
   KwLogLine

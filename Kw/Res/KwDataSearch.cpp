@@ -61,6 +61,7 @@ void KwDataSearchId::FreePages() {
     pages_ = nullptr;
     count_ = pageCount_ = pageRoom_ = 0;
     page_ = position_ = -1;
+    StopWalk();
 }
 
 void KwDataSearchId::OnAdd(void*) {}
@@ -87,7 +88,7 @@ unsigned int KwDataSearchId::GetKey(void* data) {
 // A search gives the place of the key within `page`, or the complement of where it would go in. No page is ever empty.
 
 int KwDataSearchId::_SearchPage(SPage* page, unsigned int key) {
-    if (HasKeys()) return store_->Find(page->records, page->count, page->pending, KwKeyRow::FromId(key));
+    if (HasKeys()) return store_->FindInPage(*page, KwKeyRow::FromId(key));
     int low = 0;
     int high = page->count - 1;
     while (low <= high) {
@@ -118,23 +119,37 @@ void KwDataSearchId::Settle(int page) {
 }
 
 // Unless `settles`, the page may have pending records: the place counts them in.
-inline int KwDataSearchId::SearchByKeys(unsigned int key, int& page, bool settles) {
-    page = store_->FindPage(KwKeyRow::FromId(key));
-    int at = -1;
-    if (page < 0) {
-        page = 0;
+int KwDataSearchId::SearchByKeys(unsigned int key, int& page, bool settles) {
+    int at;
+    if (store_->Find(pages_, KwKeyRow::FromId(key), page, at) != nullptr) return at;
+    if (settles) {
+        SettlePlace(key, page, at);
     } else {
-        if (settles) Settle(page);
-        at = _SearchPage(&pages_[page], key);
-        if (at >= 0 || ~at < pages_[page].count || page + 1 == pageCount_) return at;
-        // Between two pages. Which of them takes the key decides what a page looks like after a split.
-        const int taker = FirstProbed(page);
-        if (taker == page) return at;
-        page = taker;
-        at = -1;
+        const SPage& found = pages_[page];
+        if (found.pending != 0) at = store_->CountPending(found, at, KwKeyRow::FromId(key));
+        TakeBetween(page, at);
     }
-    if (settles) Settle(page);
     return at;
+}
+
+// What is left to do for a place that was found without a record.
+void KwDataSearchId::SettlePlace(unsigned int key, int& page, int& at) {
+    SPage& found = pages_[page];
+    if (found.pending != 0) {
+        Settle(page);
+        at = _SearchPage(&found, key);
+    }
+    if (TakeBetween(page, at)) Settle(page);
+}
+
+// A key between two pages: which of them takes it decides what it looks like after a split. True when the second does.
+bool KwDataSearchId::TakeBetween(int& page, int& at) const {
+    if (at >= 0 || ~at < pages_[page].count || page + 1 == pageCount_) return false;
+    const int taker = FirstProbed(page);
+    if (taker == page) return false;
+    page = taker;
+    at = -1;
+    return true;
 }
 
 // Of `page` and the one after it, the first that bisecting the page table for a key between them would look at.
@@ -178,10 +193,24 @@ int KwDataSearchId::SearchByCallbacks(unsigned int key, int& page) {
 }
 
 void* KwDataSearchId::Search(unsigned int key) {
-    int page;
-    position_ = _Search(key, page);
-    page_ = page;
-    return position_ >= 0 ? pages_[page].records[position_] : nullptr;
+    StopWalk();
+    if (pageCount_ != 0 && HasKeys()) {
+        void* record = store_->Find(pages_, KwKeyRow::FromId(key), page_, position_);
+        if (record != nullptr) return record;
+    }
+    return SearchOn(key);
+}
+
+// The way of Search when no record was found at once.
+void* KwDataSearchId::SearchOn(unsigned int key) {
+    if (pageCount_ != 0 && HasKeys()) {
+        SettlePlace(key, page_, position_);
+    } else {
+        int page;
+        position_ = _Search(key, page);
+        page_ = page;
+    }
+    return position_ >= 0 ? pages_[page_].records[position_] : nullptr;
 }
 
 // --- Adding ---
@@ -262,6 +291,7 @@ bool KwDataSearchId::_InsertPage(int at) {
         if (store_ == nullptr) delete store;
         return false;
     }
+    StopWalk();
     store_ = store;
     store->InsertPage(at);
     std::move_backward(pages_ + at, pages_ + pageCount_, pages_ + pageCount_ + 1);
@@ -281,6 +311,7 @@ bool KwDataSearchId::ReserveTable(int pages) {
 }
 
 void KwDataSearchId::_InsertItem(SPage* page, void* data, int at) {
+    StopWalk();
     void** place = page->records + at;
     std::memmove(place + 1, place, static_cast<std::size_t>(page->count - at) * sizeof(void*));
     *place = data;
@@ -305,6 +336,7 @@ bool KwDataSearchId::InsertData(void* data) {
         if (!_InsertPage(pageCount_)) return false;
         last = pages_ + pageCount_ - 1;
     }
+    StopWalk();
     last->records[last->count] = data;
     if (HasKeys()) {
         store_->AppendKey(last->records, last->count, KwKeyRow::FromId(key));
@@ -332,6 +364,7 @@ bool KwDataSearchId::Remove(unsigned int key) {
     const bool moved =
         page >= pageCount_ || at >= pages_[page].count || pages_[page].records[at] != data || pages_[page].pending != 0;
     if (moved && !FindMoved(data, page, at)) return true;
+    StopWalk();
     SPage& from = pages_[page];
     if (HasKeys()) store_->RemoveKey(from.records, from.count, at);
     --from.count;
@@ -375,33 +408,41 @@ void KwDataSearchId::SettleCursor() {
 // --- Walking ---
 
 void* KwDataSearchId::First() {
+    StopWalk();
     page_ = 0;
     position_ = -1;
-    SettleCursor();
     return Next();
 }
 
 void* KwDataSearchId::Last() {
+    StopWalk();
     page_ = pageCount_ - 1;
     position_ = pageCount_ > 0 ? pages_[page_].count : -1;
     return Next();
 }
 
-// The way of Next past the end of a page and after a miss.
+// The way of Next past the end of a page and where the walk begins.
 void* KwDataSearchId::NextPage() {
     if (page_ < 0) return nullptr;
+    const bool walks = walkedCount_ != 0;
     int at = position_ < 0 ? ~position_ : position_ + 1;
     for (; page_ < pageCount_; ++page_, at = 0) {
-        if (at >= pages_[page_].count) continue;
+        const SPage& page = pages_[page_];
+        if (at >= page.count) continue;
         Settle(page_);
         position_ = at;
-        return pages_[page_].records[at];
+        walked_ = page.records;
+        walkedCount_ = static_cast<unsigned int>(page.count);
+        for (unsigned int i = 0; walks && i < std::min(kAhead, walkedCount_); ++i) __builtin_prefetch(walked_[i]);
+        return walked_[at];
     }
     page_ = position_ = -1;
+    StopWalk();
     return nullptr;
 }
 
 void* KwDataSearchId::Prev() {
+    StopWalk();
     if (page_ < 0) return nullptr;
     int at = 0;  // records of the page before the cursor
     if (page_ < pageCount_) {

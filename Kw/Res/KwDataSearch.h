@@ -14,6 +14,9 @@
 #include "Kw/KwMemory.h"
 
 class KwDataSearchStore;
+namespace KwKeyRow {
+struct Page;
+}
 
 class KW_API KwDataSearchId {
 public:
@@ -74,13 +77,10 @@ public:
     int GetCount() const { return count_; }
 
 private:
-    struct SPage {
-        void** records;
-        int count;
-        // The last so many, added since the page was looked into last, are sorted among themselves only; none in
-        // the cursor's page. Adding moves a few records so, instead of half a page.
-        int pending;
-    };
+    // An array of record pointers and their number.
+    using SPage = KwKeyRow::Page;
+
+    static constexpr unsigned int kAhead = 128;  // records by which a walk looks ahead
 
     int _SearchPage(SPage* page, unsigned int key);
     int _Search(unsigned int key, int& page);
@@ -90,6 +90,9 @@ private:
     bool HasKeys() const { return !useCallbacks_; }
     unsigned int GetKey(void* data);
     int SearchByKeys(unsigned int key, int& page, bool settles);
+    void SettlePlace(unsigned int key, int& page, int& at);
+    bool TakeBetween(int& page, int& at) const;
+    void* SearchOn(unsigned int key);
     int SearchByCallbacks(unsigned int key, int& page);
     int FirstProbed(int page) const;
     bool IsAboveLast(const SPage& last, unsigned int key);
@@ -106,6 +109,7 @@ private:
     bool CopyFrom(const KwDataSearchId& other);
     void SwapPages(KwDataSearchId& other);
     void FreePages();
+    void StopWalk() { walkedCount_ = 0; }
     void* NextPage();
 
     unsigned int keyOffset_ = 0;
@@ -120,20 +124,16 @@ private:
     int position_ = -1;
     bool useCallbacks_ = false;
     KwDataSearchStore* store_ = nullptr;  // as long as there is a page table
+    // While walking, the records of the cursor's page and their number; 0 after anything else.
+    void** walked_ = nullptr;
+    unsigned int walkedCount_ = 0;
 };
 
 inline void* KwDataSearchId::Next() {
-    const auto at = static_cast<unsigned int>(position_) + 1;
-    if (static_cast<unsigned int>(page_) < static_cast<unsigned int>(pageCount_)) {
-        const SPage& page = pages_[page_];
-        const auto count = static_cast<unsigned int>(page.count);
-        if (at < count) {
-            // Records that lie apart are asked for ahead of the walk.
-            constexpr unsigned int kAhead = 32;
-            __builtin_prefetch(page.records[at + kAhead < count ? at + kAhead : count - 1]);
-            position_ = static_cast<int>(at);
-            return page.records[at];
-        }
-    }
-    return NextPage();
+    const unsigned int at = static_cast<unsigned int>(position_) + 1;
+    if (at >= walkedCount_) return NextPage();
+    // Records that lie apart are asked for ahead of the walk.
+    if (at + kAhead < walkedCount_) __builtin_prefetch(walked_[at + kAhead]);
+    position_ = static_cast<int>(at);
+    return walked_[at];
 }

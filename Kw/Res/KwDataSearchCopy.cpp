@@ -95,6 +95,8 @@ bool KwDataSearchId::CopyFrom(const KwDataSearchId& other) {
 }
 
 void KwDataSearchId::SwapPages(KwDataSearchId& other) {
+    StopWalk();
+    other.StopWalk();
     std::swap(count_, other.count_);
     std::swap(pages_, other.pages_);
     std::swap(pageCount_, other.pageCount_);

@@ -6,35 +6,36 @@
 using KwKeyRow::kStep;
 using KwKeyRow::kUnused;
 
-std::size_t KwDataSearchStore::SampleCount(std::size_t capacity) {
-    return KwKeyRow::Padded((capacity + (kStep - 1)) / kStep);
+std::size_t KwDataSearchStore::SampleRoom(std::size_t capacity) {
+    return (KwKeyRow::Steps(capacity) + (kTopStep - 1)) / kTopStep * kTopStep;
 }
 
 bool KwDataSearchStore::Fits(int capacity, bool withKeys) {
     const auto records = static_cast<unsigned long long>(capacity);
-    const unsigned long long keys = withKeys ? records + records / kStep + 2 * kStep : 0;
+    const unsigned long long keys = withKeys ? records + records / kStep + 2 * kTopStep : 0;
     return KwDataSearchBlocks::Fits(records * sizeof(void*) + keys * sizeof(Key));
 }
 
 std::size_t KwDataSearchStore::PageBytes(std::size_t capacity, bool withKeys) {
-    const std::size_t keys = withKeys ? KwKeyRow::Padded(capacity) + SampleCount(capacity) : 0;
+    const std::size_t keys = withKeys ? KeyRoom(capacity) + SampleRoom(capacity) : 0;
     return capacity * sizeof(void*) + keys * sizeof(Key);
 }
 
 KwDataSearchStore::KwDataSearchStore(int capacity, bool withKeys)
-    : capacity_(static_cast<std::size_t>(capacity)),
-      samples_(SampleCount(capacity_)),
-      withKeys_(withKeys),
-      blocks_(PageBytes(capacity_, withKeys)) {}
+    : capacity_(static_cast<std::size_t>(capacity)), withKeys_(withKeys), blocks_(PageBytes(capacity_, withKeys)) {
+    index_.keys = capacity_ * sizeof(void*);
+    index_.samples = index_.keys + KeyRoom(capacity_) * sizeof(Key);
+    index_.sampleRoom = SampleRoom(capacity_);
+}
 
 KwDataSearchStore::~KwDataSearchStore() {
-    KwMemory::Free(firsts_, nullptr, 0);
-    KwMemory::Free(tops_, nullptr, 0);
+    KwMemory::Free(index_.firsts, nullptr, 0);
+    KwMemory::Free(index_.tops, nullptr, 0);
 }
 
 void** KwDataSearchStore::TakePage() {
     auto** records = static_cast<void**>(blocks_.Take());
-    if (records != nullptr && withKeys_) std::fill_n(Samples(records), samples_, kUnused);
+    if (records != nullptr && withKeys_) std::fill_n(Samples(records), index_.sampleRoom, kUnused);
     return records;
 }
 
@@ -45,10 +46,12 @@ void KwDataSearchStore::CopyPage(void** to, void* const* from) const {
 // --- Pages ---
 
 bool KwDataSearchStore::ReservePage() {
-    if (!withKeys_ || pages_ < room_) return true;
+    if (!withKeys_ || index_.count < room_) return true;
     const std::size_t room = room_ + std::max(kTopStep, room_ / 2 / kTopStep * kTopStep);
-    if (!Grow(tops_, KwKeyRow::Padded(room_ / kTopStep), KwKeyRow::Padded(room / kTopStep))) return false;
-    if (!Grow(firsts_, room_, room)) return false;
+    const std::size_t topRoom = (room / kTopStep + (kTopStep - 1)) / kTopStep * kTopStep;
+    if (!Grow(index_.tops, index_.topRoom, topRoom)) return false;
+    index_.topRoom = topRoom;
+    if (!Grow(index_.firsts, room_, room)) return false;
     room_ = room;
     return true;
 }
@@ -63,35 +66,35 @@ bool KwDataSearchStore::Grow(Key*& row, std::size_t from, std::size_t to) {
 
 void KwDataSearchStore::InsertPage(int at) {
     if (!withKeys_) return;
-    std::memmove(firsts_ + at + 1, firsts_ + at, (pages_ - static_cast<std::size_t>(at)) * sizeof(Key));
-    ++pages_;
+    std::memmove(index_.firsts + at + 1, index_.firsts + at,
+                 (index_.count - static_cast<std::size_t>(at)) * sizeof(Key));
+    ++index_.count;
     TakeTops(at);
 }
 
 void KwDataSearchStore::RemovePage(int at) {
     if (!withKeys_) return;
-    --pages_;
-    std::memmove(firsts_ + at, firsts_ + at + 1, (pages_ - static_cast<std::size_t>(at)) * sizeof(Key));
-    firsts_[pages_] = kUnused;
+    --index_.count;
+    std::memmove(index_.firsts + at, index_.firsts + at + 1,
+                 (index_.count - static_cast<std::size_t>(at)) * sizeof(Key));
+    index_.firsts[index_.count] = kUnused;
     TakeTops(at);
+    if (at == 0 && index_.count != 0) SetFirst(0, INT32_MIN);
 }
 
 // Also the one behind the last page, which may just have gone.
 void KwDataSearchStore::TakeTops(int from) {
-    for (std::size_t i = static_cast<std::size_t>(from) / kTopStep; i * kTopStep <= pages_ && i * kTopStep < room_;
-         ++i) {
-        tops_[i] = firsts_[i * kTopStep];
+    for (std::size_t i = static_cast<std::size_t>(from) / kTopStep;
+         i * kTopStep <= index_.count && i * kTopStep < room_; ++i) {
+        index_.tops[i] = index_.firsts[i * kTopStep];
     }
 }
 
 // --- Keys within a page ---
 
-int KwDataSearchStore::Find(void* const* records, int count, int pending, Key key) const {
-    const int settled = count - pending;
-    const int at = Find(records, settled, key);
-    if (pending == 0) return at;
-    const Key* row = Keys(records) + settled;
-    const auto below = static_cast<int>(KwKeyRow::CountStep(row, static_cast<std::size_t>(pending), key));
+int KwDataSearchStore::CountPending(const Page& page, int at, Key key) const {
+    const Key* row = Keys(page.records) + (page.count - page.pending);
+    const auto below = static_cast<int>(KwKeyRow::CountStep(row, static_cast<std::size_t>(page.pending), key));
     if (at >= 0) return at + below;
     if (below > 0 && row[below - 1] == key) return ~at + below - 1;
     return at - below;
@@ -153,8 +156,8 @@ void KwDataSearchStore::MoveKeys(void** to, int toCount, void* const* from, int 
 void KwDataSearchStore::Sample(void** records, int from, int count) {
     const Key* keys = Keys(records);
     Key* samples = Samples(records);
-    const std::size_t used = (static_cast<std::size_t>(count) + (kStep - 1)) / kStep;
+    const std::size_t used = KwKeyRow::Steps(static_cast<std::size_t>(count));
     std::size_t i = static_cast<std::size_t>(from) / kStep;
     for (; i < used; ++i) samples[i] = keys[i * kStep];
-    for (; i < samples_ && samples[i] != kUnused; ++i) samples[i] = kUnused;
+    for (; i < index_.sampleRoom && samples[i] != kUnused; ++i) samples[i] = kUnused;
 }

@@ -15,6 +15,7 @@ public:
     KW_TRACKED_NEW
 
     using Key = KwKeyRow::Key;
+    using Page = KwKeyRow::Page;
     static constexpr int kPending = KwKeyRow::kStep;
 
     // Pages of `capacity` records, with keys or without; see Fits.
@@ -38,21 +39,29 @@ public:
     // The first keys move with the page table: a page comes in at `at`, to be set by SetFirst, or goes.
     void InsertPage(int at);
     void RemovePage(int at);
-    Key GetFirst(int page) const { return firsts_[page]; }
+    Key GetFirst(int page) const { return index_.firsts[page]; }
     void SetFirst(int page, Key key) {
-        firsts_[page] = key;
-        if (static_cast<std::size_t>(page) % kTopStep == 0) tops_[static_cast<std::size_t>(page) / kTopStep] = key;
+        // Whatever is below the first page belongs into it.
+        const Key first = page != 0 ? key : INT32_MIN;
+        index_.firsts[page] = first;
+        if (static_cast<std::size_t>(page) % kTopStep == 0)
+            index_.tops[static_cast<std::size_t>(page) / kTopStep] = first;
     }
 
-    // The last page whose first key is not above `key`, -1 when there is none.
-    int FindPage(Key key) const;
+    // See KwKeyRow::Searches.
+    void* Find(const Page* table, Key key, int& page, int& position) const {
+        return searches_->find(index_, table, key, page, position);
+    }
 
     // Keys within a page. ---------------------------------------------------------------------------------------
 
-    // The place of `key` among the `count` keys of a page, or the complement of where it belongs.
-    int Find(void* const* records, int count, Key key) const;
-    // The same while the last `pending` of them, at most kPending, are a sorted row of their own.
-    int Find(void* const* records, int count, int pending, Key key) const;
+    // The place of `key` in a page, or the complement of where it belongs.
+    int FindInPage(const Page& page, Key key) const {
+        const int at = searches_->findInPage(index_, page, key);
+        return page.pending == 0 ? at : CountPending(page, at, key);
+    }
+    // The same, with the place among the records that are not pending at hand.
+    int CountPending(const Page& page, int at, Key key) const;
     // Puts a record and its key into that row, whose room is behind the `count` records of the page; true when it is
     // full then.
     bool AddPending(void** records, int count, int pending, void* record, Key key);
@@ -71,45 +80,22 @@ public:
     void MoveKeys(void** to, int toCount, void* const* from, int at, int count);
 
 private:
-    static constexpr std::size_t kTopStep = 64;
+    static constexpr std::size_t kTopStep = KwKeyRow::kTopStep;
 
+    static std::size_t KeyRoom(std::size_t capacity) { return KwKeyRow::Steps(capacity) * KwKeyRow::kStep; }
+    static std::size_t SampleRoom(std::size_t capacity);
     static std::size_t PageBytes(std::size_t capacity, bool withKeys);
-    static std::size_t SampleCount(std::size_t capacity);
 
-    Key* Keys(void* const* records) const { return reinterpret_cast<Key*>(const_cast<void**>(records) + capacity_); }
-    Key* Samples(void* const* records) const { return Keys(records) + KwKeyRow::Padded(capacity_); }
+    Key* Keys(void* const* records) const { return index_.Keys(records); }
+    Key* Samples(void* const* records) const { return index_.Samples(records); }
     void Sample(void** records, int from, int count);
     void TakeTops(int from);
     static bool Grow(Key*& row, std::size_t from, std::size_t to);
 
+    const KwKeyRow::Searches* searches_ = &KwKeyRow::Fastest();
+    KwKeyRow::Pages index_;
+    std::size_t room_ = 0;  // for the pages' first keys, a multiple of kTopStep
     std::size_t capacity_;
-    std::size_t samples_;  // per page
-    KwKeyRow::CountFunction countAll_ = KwKeyRow::Fastest();
     bool withKeys_;
     KwDataSearchBlocks blocks_;
-    Key* firsts_ = nullptr;  // of every page
-    std::size_t pages_ = 0;
-    std::size_t room_ = 0;  // of firsts_, a multiple of kTopStep
-    Key* tops_ = nullptr;   // every kTopStep-th of firsts_
 };
-
-inline int KwDataSearchStore::FindPage(Key key) const {
-    const std::size_t top = KwKeyRow::Count(tops_, KwKeyRow::Padded(room_ / kTopStep), key, KwKeyRow::CountAll);
-    if (top == 0) return -1;
-    const std::size_t before = (std::min(top, (pages_ + (kTopStep - 1)) / kTopStep) - 1) * kTopStep;
-    return static_cast<int>(std::min(before + countAll_(firsts_ + before, kTopStep, key), pages_)) - 1;
-}
-
-inline int KwDataSearchStore::Find(void* const* records, int count, Key key) const {
-    const auto length = static_cast<std::size_t>(count);
-    const std::size_t used = (length + (KwKeyRow::kStep - 1)) / KwKeyRow::kStep;
-    const std::size_t step = std::min(KwKeyRow::Count(Samples(records), samples_, key, countAll_), used);
-    if (step == 0) return -1;
-    const std::size_t first = (step - 1) * KwKeyRow::kStep;
-    // The record is asked for next: its pointer comes while the keys do.
-    __builtin_prefetch(records + first);
-    __builtin_prefetch(records + first + KwKeyRow::kStep / 2);
-    const Key* keys = Keys(records);
-    const std::size_t at = first + KwKeyRow::CountStep(keys + first, std::min(KwKeyRow::kStep, length - first), key);
-    return keys[at - 1] == key ? static_cast<int>(at) - 1 : ~static_cast<int>(at);
-}
