@@ -24,8 +24,7 @@ bool StoreApp::OnInit(KwDS* config) {
     // A table that is missing is reported and leaves the others usable.
     tables_.Open(config);
     if (!OpenStore(config) || !OpenMirror(config) || !OpenNet(config)) return false;
-    // Nobody at a console notices 5 ms, and an idle store costs next to no processor time.
-    SetPassSleep(5);
+    SetPassSleep(rest_);  // where OnRun cannot wait
     KwCommand* commands = GetCommand();
     commands->Add("pack.list", this, &StoreApp::OnPackList, "the open packs");
     commands->Add("table.list", this, &StoreApp::OnTableList, "the open tables");
@@ -68,7 +67,7 @@ void StoreApp::OnPreRun() {
 
 void StoreApp::OnRun(unsigned int tick) {
     // What comes is answered when its pass ends.
-    if (net_.IsOn()) net_.Wait(commands_.IsBusy() ? 0 : mirror_.IsBusy() ? 1 : rest_, tick);
+    if (net_.CanWait()) net_.Wait(commands_.IsBusy() ? 0 : mirror_.IsBusy() ? 1 : rest_, tick);
     commands_.Pass(tick);
     mirror_.Pass(tick);
     flush_.SetCount(db_.GetWrittenCount());
@@ -147,7 +146,7 @@ bool StoreApp::OpenMirror(KwDS* config) {
 bool StoreApp::OpenNet(KwDS* config) {
     std::string why;
     if (net_.Start(config == nullptr ? nullptr : config->GetStruct("Net"), GetCommand(), why)) {
-        if (net_.IsOn() && input_.Start([this] { net_.Wake(); })) rest_ = kRest;
+        if (net_.CanWait() && input_.Start([this] { net_.Wake(); })) rest_ = kRest;
         return true;
     }
     std::fprintf(stderr, "kwstore: %s\n", why.c_str());

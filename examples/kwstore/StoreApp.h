@@ -16,8 +16,8 @@
 
 class StoreApp : public KwAppClass {
 public:
-    // For Run: with a network OnRun waits for it, and the main loop need not sleep.
-    int GetPassesPerSleep() const { return net_.IsOn() ? 1 << 30 : 1; }
+    // For Run: where OnRun waits the main loop need not sleep.
+    int GetPassesPerSleep() const { return net_.CanWait() ? 1 << 30 : 1; }
 
 protected:
     bool OnInit(KwDS* config) override;
@@ -56,7 +56,7 @@ private:
     StoreCommands commands_{db_, tables_};
     StoreNet net_{commands_};
     KwInputWatch input_;
-    unsigned int rest_ = 1;  // ms that a pass waits for the network at most
+    unsigned int rest_ = 5;  // ms that a pass waits for packets and lines at most
     KwEventTime events_;
     StorePlugins plugins_{commands_};
 };

@@ -68,6 +68,7 @@ private:
 // The port ------------------------------------------------------------------------------------------------------
 
 bool StoreNet::Start(KwDS* settings, KwCommand* console, std::string& why) {
+    begun_ = manager_.Init();
     const int port = settings == nullptr ? 0 : settings->GetInt("port", 0);
     if (port == 0) return true;
     const SNetServerSettings net = Read(settings);
@@ -78,7 +79,7 @@ bool StoreNet::Start(KwDS* settings, KwCommand* console, std::string& why) {
         why = "the token of Net is longer than 255 bytes";
     } else if (!IsLoopback(net.address) && token.empty() && !net.tls.on) {
         why = "it does not listen at " + net.address + " for everyone: Net needs a token, or a certificate and a key";
-    } else if (!manager_.Init()) {
+    } else if (!begun_) {
         why = "there is no network; see the log";
     }
     if (!why.empty()) return false;
@@ -88,7 +89,6 @@ bool StoreNet::Start(KwDS* settings, KwCommand* console, std::string& why) {
     server_ = manager_.Listen(net, this);
     if (server_ == nullptr) {
         why = "it cannot listen at " + net.address + " port " + std::to_string(port) + "; see the log";
-        manager_.Close(0);
         return false;
     }
     console->Add("net.stat", this, &StoreNet::OnStat, "the network's counters");
@@ -103,9 +103,9 @@ void StoreNet::Wait(unsigned int ms, unsigned int tick) {
 }
 
 void StoreNet::Stop() {
-    if (server_ == nullptr) return;
     manager_.Close(kStop);
-    server_->Release();
+    begun_ = false;
+    if (server_ != nullptr) server_->Release();
     server_ = nullptr;
 }
 

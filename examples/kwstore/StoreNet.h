@@ -23,9 +23,11 @@ public:
     // wrong in `why`, when that may not or cannot be. `console` is told "net.stat".
     bool Start(KwDS* settings, KwCommand* console, std::string& why);
     bool IsOn() const { return server_ != nullptr; }
+    // Whether Wait waits; it does so without a port, too, for what comes by Wake.
+    bool CanWait() const { return begun_; }
     // Serves what has come, and without anything waits up to `ms` for it.
     void Wait(unsigned int ms, unsigned int tick);
-    // Ends a wait, or the next one; from any thread while it is on.
+    // Ends a wait, or the next one; from any thread until Stop.
     void Wake() { manager_.Wake(); }
     // Answers what has come, within a moment, and ends.
     void Stop();
@@ -43,6 +45,7 @@ private:
     StoreCommands& commands_;
     StoreRequests requests_{commands_};
     CNetWorkManager manager_;
+    bool begun_ = false;  // the manager
     CNetServer* server_ = nullptr;
     unsigned int tick_ = 0;
 };
