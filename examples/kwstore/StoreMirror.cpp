@@ -66,7 +66,7 @@ bool StoreMirror::Start(KwDS* config, StoreDB& db, std::string& why) {
     interval_ = static_cast<unsigned int>(std::clamp(settings->GetInt("interval", 1000), 0, 3600000));
     service_.InitQueryType(1, 1);
     service_.SetConnectLater(true);
-    service_.SetTimeouts(5, 60);
+    service_.SetTimeouts(5, 20);  // a stop waits so long at most
     service_.SetCloseLimit(0);
     if (!service_.Init(config, "Mirror")) return why = "the mirror cannot start; the log says why", false;
     db_ = &db;
