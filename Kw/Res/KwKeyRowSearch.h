@@ -29,10 +29,9 @@ KW_ROW_TARGET inline std::size_t Count(const Key* row, std::size_t length, Key k
     return static_cast<std::size_t>(at - row) + CountTop(at, wanted);
 }
 
-KW_ROW_TARGET int FindInPage(const Pages& pages, const Page& page, Key key) {
-    if (key == KwKeyRow::kUnused) return FindLargest(pages, page);
-    const Wanted wanted(key);
-    const std::size_t step = Count(pages.Samples(page.records), pages.sampleRoom, key, wanted);
+// As findInPage, for a key in the step-th step of a page, counted from 1; 0 when it is below all settled keys.
+KW_ROW_TARGET inline int PositionInStep(const Pages& pages, const Page& page, Key key, std::size_t step,
+                                        const Wanted& wanted) {
     if (step == 0) return -1;
     const std::size_t first = (step - 1) * kStep;
     const Key* keys = pages.Keys(page.records);
@@ -42,16 +41,25 @@ KW_ROW_TARGET int FindInPage(const Pages& pages, const Page& page, Key key) {
     return keys[at - 1] == key ? at - 1 : ~at;
 }
 
+KW_ROW_TARGET int FindInPage(const Pages& pages, const Page& page, Key key) {
+    if (key == KwKeyRow::kUnused) return FindLargest(pages, page);
+    const Wanted wanted(key);
+    const std::size_t step = Count(pages.Samples(page.records), pages.sampleRoom, key, wanted);
+    return PositionInStep(pages, page, key, step, wanted);
+}
+
 // The way of Find when it gives no record. Apart, so that Find has no registers to save.
-[[gnu::noinline]] KW_ROW_TARGET void* FindPlace(const Pages& pages, const Page& page, Key key, int& position) {
-    position = FindInPage(pages, page, key);
+[[gnu::noinline]] KW_ROW_TARGET void* FindPlace(const Pages& pages, const Page& page, Key key, std::size_t step,
+                                                int& position) {
+    position = PositionInStep(pages, page, key, step, Wanted(key));
     return nullptr;
 }
 
 KW_ROW_TARGET void* Find(const Pages& pages, const Page* table, Key key, int& page, int& position) {
     if (key == KwKeyRow::kUnused) {
         page = static_cast<int>(pages.count) - 1;
-        return FindPlace(pages, table[page], key, position);
+        position = FindLargest(pages, table[page]);
+        return nullptr;
     }
     const Wanted wanted(key);
     const std::size_t top = (Count(pages.tops, pages.topRoom, key, wanted) - 1) * kTopStep;
@@ -59,14 +67,16 @@ KW_ROW_TARGET void* Find(const Pages& pages, const Page* table, Key key, int& pa
     page = static_cast<int>(at);
     const Page& found = table[at];
     const std::size_t step = Count(pages.Samples(found.records), pages.sampleRoom, key, wanted);
-    if (step == 0 || found.pending != 0) return FindPlace(pages, found, key, position);
+    if (step == 0 || found.pending != 0) return FindPlace(pages, found, key, step, position);
     const std::size_t first = (step - 1) * kStep;
     // The record's pointer comes while the keys do.
     __builtin_prefetch(found.records + first);
     __builtin_prefetch(found.records + first + kStep / 2);
     const unsigned int equal = Equal(pages.Keys(found.records) + first, wanted);
     const std::size_t there = first + static_cast<std::size_t>(std::countr_zero(equal));
-    if (equal == 0 || there >= static_cast<std::size_t>(found.count)) return FindPlace(pages, found, key, position);
+    if (equal == 0 || there >= static_cast<std::size_t>(found.count)) {
+        return FindPlace(pages, found, key, step, position);
+    }
     position = static_cast<int>(there);
     return found.records[there];
 }
