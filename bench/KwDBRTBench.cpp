@@ -5,6 +5,7 @@
 //                   all, and each peer is named with what it replays: the rest it has put elsewhere by then
 //   memory          bytes an object that opening those data and reading every object adds to a process; beside the
 //                   stores, which hold what they like, a std::unordered_map of objects with the same members
+//   load            adding the objects in the order of a walk over another database, beside std::unordered_map
 //   find id, find name   one object of 100,000; the peer is std::unordered_map
 #include <benchmark/benchmark.h>
 #include <unistd.h>
@@ -366,6 +367,34 @@ void FindIdMap(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(map.find(ids[at++ & 0xFFFF])->second);
 }
 
+// The ids in the order of a walk over the objects, which is the order in which a host writes them down and reads
+// them again: it must not meet another table's order badly.
+std::vector<double> WalkedIds() {
+    Database db;
+    for (int i = 1; i <= kObjects; ++i) db.AddObject("", i);
+    std::vector<double> ids;
+    db.WalkObjects([&ids](CKwDBRTObject* object) { ids.push_back(object->GetId()); });
+    return ids;
+}
+
+void LoadKw(benchmark::State& state) {
+    const auto ids = WalkedIds();
+    for (auto _ : state) {
+        Database db;
+        for (const double id : ids) benchmark::DoNotOptimize(db.AddObject("", id));
+    }
+    state.SetItemsProcessed(state.iterations() * kObjects);
+}
+
+void LoadMap(benchmark::State& state) {
+    const auto ids = WalkedIds();
+    for (auto _ : state) {
+        std::unordered_map<double, std::unique_ptr<PlainObject>> map;
+        for (const double id : ids) benchmark::DoNotOptimize((map[id] = std::make_unique<PlainObject>()).get());
+    }
+    state.SetItemsProcessed(state.iterations() * kObjects);
+}
+
 std::vector<std::string> RandomNames() {
     std::vector<std::string> names;
     for (const unsigned int id : RandomIds()) names.push_back("object number " + std::to_string(id));
@@ -441,6 +470,8 @@ int main(int argc, char** argv) {
 #endif
     benchmark::RegisterBenchmark("find id/Kw", FindIdKw);
     benchmark::RegisterBenchmark("find id/unordered_map", FindIdMap);
+    benchmark::RegisterBenchmark("load/Kw", LoadKw);
+    benchmark::RegisterBenchmark("load/unordered_map", LoadMap);
     benchmark::RegisterBenchmark("find name/Kw", FindNameKw);
     benchmark::RegisterBenchmark("find name/unordered_map", FindNameMap);
     benchmark::Initialize(&argc, argv);

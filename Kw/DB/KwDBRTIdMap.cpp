@@ -3,7 +3,15 @@
 #include <algorithm>
 #include <new>
 
+#include "Kw/Platform/KwPlatformClock.h"
 #include "Kw/Platform/KwPlatformMemory.h"
+
+// A factor of its own. In the order in which another table was walked, as a host may have written its objects, they
+// would crowd at the front of a smaller table with the same order.
+KwDBRTIdMap::KwDBRTIdMap()
+    : factor_((static_cast<std::uint64_t>(KwPlatform::CounterNow()) ^ reinterpret_cast<std::uintptr_t>(this)) *
+                  0xD1342543DE82EF95u |
+              1) {}
 
 bool KwDBRTIdMap::Grow() {
     const std::size_t size = slots_ == nullptr ? 16 : (mask_ + 1) * 2;

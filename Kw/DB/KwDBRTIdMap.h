@@ -14,6 +14,8 @@ class CKwDBRTObject;
 
 class KwDBRTIdMap {
 public:
+    KwDBRTIdMap();
+
     // The object of that id, or null.
     CKwDBRTObject* Find(double id) const {
         if (count_ == 0) return nullptr;
@@ -51,7 +53,8 @@ private:
     static std::uint64_t Key(double id) { return std::bit_cast<std::uint64_t>(id + 0.0); }  // -0 is 0
     std::size_t Home(std::uint64_t key) const {
         // The bits of a whole number's double stand at the top.
-        return static_cast<std::size_t>(((key ^ key >> 32) * 0x9E3779B97F4A7C15u) >> shift_);
+        const std::uint64_t mixed = (key ^ key >> 32) * 0x9E3779B97F4A7C15u;
+        return static_cast<std::size_t>((mixed ^ mixed >> 29) * factor_ >> shift_);
     }
     bool Grow();
 
@@ -59,4 +62,5 @@ private:
     std::size_t mask_ = 0;  // slots - 1
     unsigned int shift_ = 64;
     std::size_t count_ = 0;
+    std::uint64_t factor_;
 };
