@@ -424,7 +424,6 @@ void* KwDataSearchId::Last() {
 // The way of Next past the end of a page and where the walk begins.
 void* KwDataSearchId::NextPage() {
     if (page_ < 0) return nullptr;
-    const bool walks = walkedCount_ != 0;
     int at = position_ < 0 ? ~position_ : position_ + 1;
     for (; page_ < pageCount_; ++page_, at = 0) {
         const SPage& page = pages_[page_];
@@ -433,7 +432,6 @@ void* KwDataSearchId::NextPage() {
         position_ = at;
         walked_ = page.records;
         walkedCount_ = static_cast<unsigned int>(page.count);
-        for (unsigned int i = 0; walks && i < std::min(kAhead, walkedCount_); ++i) __builtin_prefetch(walked_[i]);
         return walked_[at];
     }
     page_ = position_ = -1;

@@ -80,8 +80,6 @@ private:
     // An array of record pointers and their number.
     using SPage = KwKeyRow::Page;
 
-    static constexpr unsigned int kAhead = 128;  // records by which a walk looks ahead
-
     int _SearchPage(SPage* page, unsigned int key);
     int _Search(unsigned int key, int& page);
     bool _InsertPage(int at);
@@ -133,6 +131,7 @@ inline void* KwDataSearchId::Next() {
     const unsigned int at = static_cast<unsigned int>(position_) + 1;
     if (at >= walkedCount_) return NextPage();
     // Records that lie apart are asked for ahead of the walk.
+    constexpr unsigned int kAhead = 128;
     if (at + kAhead < walkedCount_) __builtin_prefetch(walked_[at + kAhead]);
     position_ = static_cast<int>(at);
     return walked_[at];
