@@ -255,9 +255,10 @@ TEST(KwConsoleTest, TheReaderThreadStopsWhileItWaits) {
 // Lines of a terminal are typed in its own line mode, with its own echo.
 TEST(KwConsoleTest, TheReaderThreadReadsATerminalAndAHandlerMayTakeItsKeys) {
     HostProcess host(HostProcess::kTerminal, ReadByThread);
-    usleep(50000);
+    usleep(50000);  // what is typed before the thread begins with a line is dropped
     host.Type("one 1\n");
     EXPECT_TRUE(host.Sees("[one 1]"));
+    usleep(50000);
     host.Type("password\n");
     ASSERT_TRUE(host.WaitForKeyMode(true));
     host.Type("key\r");
