@@ -18,24 +18,7 @@ inline unsigned int NotAbove(const Key* row, Key key) {
     return ~KwKeyRow::Above(row, key) & 0xFFFFu;
 }
 
-#if defined(__SSE2__)
-inline __m128i Equal4(const Key* row, __m128i key) {
-    return _mm_cmpeq_epi32(_mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(row))), key);
-}
-
-inline unsigned int Equal(const Key* row, Key key) {
-    const __m128i wanted = _mm_set1_epi32(key);
-    const __m128i low = _mm_packs_epi32(Equal4(row, wanted), Equal4(row + 4, wanted));
-    const __m128i high = _mm_packs_epi32(Equal4(row + 8, wanted), Equal4(row + 12, wanted));
-    return static_cast<unsigned int>(_mm_movemask_epi8(_mm_packs_epi16(low, high)));
-}
-#else
-inline unsigned int Equal(const Key* row, Key key) {
-    unsigned int equal = 0;
-    for (std::size_t i = 0; i < KwKeyRow::kStep; ++i) equal |= static_cast<unsigned int>(row[i] == key) << i;
-    return equal;
-}
-#endif
+using KwKeyRow::Equal;
 
 inline std::size_t CountTop(const Key* row, Key key) {
     std::uint64_t above = 0;

@@ -31,22 +31,36 @@ inline std::size_t Steps(std::size_t count) {
     return (count + (kStep - 1)) / kStep;
 }
 
-// A bit for each of the kStep keys from `row` on that is above `key`.
+// A bit for each of the kStep keys from `row` on: whether it is above `key`, and whether it is equal.
 #if defined(__SSE2__)
-inline __m128i Above4(const Key* row, __m128i key) {
-    return _mm_cmpgt_epi32(_mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(row))), key);
-}
-inline unsigned int Above(const Key* row, Key key) {
+template <typename Compare4>
+unsigned int CompareStep(const Key* row, Key key, Compare4 compare) {
     const __m128i wanted = _mm_set1_epi32(key);
-    const __m128i low = _mm_packs_epi32(Above4(row, wanted), Above4(row + 4, wanted));
-    const __m128i high = _mm_packs_epi32(Above4(row + 8, wanted), Above4(row + 12, wanted));
+    const auto four = [&](std::size_t at) {
+        return compare(_mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(row + at))), wanted);
+    };
+    const __m128i low = _mm_packs_epi32(four(0), four(4));
+    const __m128i high = _mm_packs_epi32(four(8), four(12));
     return static_cast<unsigned int>(_mm_movemask_epi8(_mm_packs_epi16(low, high)));
 }
-#else
 inline unsigned int Above(const Key* row, Key key) {
-    unsigned int above = 0;
-    for (std::size_t i = 0; i < kStep; ++i) above |= static_cast<unsigned int>(row[i] > key) << i;
-    return above;
+    return CompareStep(row, key, [](__m128i keys, __m128i wanted) { return _mm_cmpgt_epi32(keys, wanted); });
+}
+inline unsigned int Equal(const Key* row, Key key) {
+    return CompareStep(row, key, [](__m128i keys, __m128i wanted) { return _mm_cmpeq_epi32(keys, wanted); });
+}
+#else
+template <typename Compare>
+unsigned int CompareStep(const Key* row, Key key, Compare compare) {
+    unsigned int bits = 0;
+    for (std::size_t i = 0; i < kStep; ++i) bits |= static_cast<unsigned int>(compare(row[i], key)) << i;
+    return bits;
+}
+inline unsigned int Above(const Key* row, Key key) {
+    return CompareStep(row, key, [](Key at, Key wanted) { return at > wanted; });
+}
+inline unsigned int Equal(const Key* row, Key key) {
+    return CompareStep(row, key, [](Key at, Key wanted) { return at == wanted; });
 }
 #endif
 
